@@ -1,0 +1,36 @@
+#pragma once
+
+#include <chrono>
+
+namespace talvorix {
+
+// Called from time to time on the thread that entered the library; throws when the user has asked
+// to stop. The core knows nothing of the host language: the module installs its own check.
+using InterruptCheck = void (*)();
+
+void set_interrupt_check(InterruptCheck check) noexcept;
+
+// Calls the interrupt check at most every few hundredths of a second, however short or long the
+// steps between two polls are. Costs a decrement on most calls.
+class InterruptPoller {
+ public:
+  InterruptPoller() : last_look_(Clock::now()), last_check_(last_look_) {}
+
+  void operator()() {
+    if (--countdown_ <= 0) {
+      look_at_clock();
+    }
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void look_at_clock();
+
+  int countdown_ = 1;
+  int stride_ = 1;
+  Clock::time_point last_look_;
+  Clock::time_point last_check_;
+};
+
+}  // namespace talvorix

@@ -1,0 +1,65 @@
+#include "core/random.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace talvorix {
+
+RandomEngine seeded_engine(std::int64_t seed) {
+  return RandomEngine(static_cast<std::uint32_t>(seed));
+}
+
+double uniform(RandomEngine& rng) {
+  const auto low = static_cast<double>(rng());
+  const auto high = static_cast<double>(rng());
+  // The sum can round up to 2^64; the interval stays open at 1.
+  constexpr double below_one = 1.0 - std::numeric_limits<double>::epsilon() / 2.0;
+  return std::min((low + high * 0x1p32) * 0x1p-64, below_one);
+}
+
+std::uint32_t below(RandomEngine& rng, std::uint32_t n) {
+  if (n <= 1) {
+    return 0;
+  }
+  constexpr std::uint32_t largest = std::numeric_limits<std::uint32_t>::max();
+  for (;;) {
+    const auto r = static_cast<std::uint32_t>(rng());
+    if (r / n < largest / n || largest % n == n - 1) {
+      return r % n;
+    }
+  }
+}
+
+double StandardNormal::operator()(RandomEngine& rng) {
+  if (has_kept_) {
+    has_kept_ = false;
+    return kept_;
+  }
+  double u = 0.0;
+  double v = 0.0;
+  double s = 0.0;
+  do {
+    u = 2.0 * uniform(rng) - 1.0;
+    v = 2.0 * uniform(rng) - 1.0;
+    s = u * u + v * v;
+  } while (s >= 1.0 || u == 0.0 || v == 0.0);
+  double log_s = 0.0;
+  if (s > 0.0001) {
+    log_s = std::log(s);
+  } else {
+    // Near the centre the pair is scaled up before it is squared, and the logarithm repaired.
+    constexpr double log_4 = 1.3862943611198906;
+    const int exponent = std::ilogb(std::max(std::abs(u), std::abs(v)));
+    u = std::ldexp(u, -exponent);
+    v = std::ldexp(v, -exponent);
+    s = u * u + v * v;
+    log_s = std::log(s) + exponent * log_4;
+  }
+  const double f = std::sqrt(-2.0 * log_s / s);
+  kept_ = f * v;
+  has_kept_ = true;
+  return f * u;
+}
+
+}  // namespace talvorix

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <utility>
+
+namespace talvorix {
+
+// The engine of all randomness: 32-bit Mersenne Twister with its standard seeding. The samplers
+// below are written out, so that results do not depend on a standard library's distributions.
+using RandomEngine = std::mt19937;
+
+// A seed of any sign, taken modulo 2^32.
+RandomEngine seeded_engine(std::int64_t seed);
+
+// Uniform on [0, 1) from two raw outputs a, then b: (a + b 2^32) / 2^64.
+double uniform(RandomEngine& rng);
+
+// Uniform integer below n by rejection; an n of 1 or less draws nothing and gives 0.
+std::uint32_t below(RandomEngine& rng, std::uint32_t n);
+
+// Forward Fisher-Yates: position j from 1 on trades places with one drawn from 0 to j.
+template <class List>
+void shuffle(List& list, RandomEngine& rng) {
+  using std::swap;
+  for (std::size_t j = 1; j < list.size(); ++j) {
+    const std::size_t t = below(rng, static_cast<std::uint32_t>(j + 1));
+    if (t != j) {
+      swap(list[j], list[t]);
+    }
+  }
+}
+
+// Standard normal variates by the polar method (Marsaglia and Bray 1964). They come in pairs: the
+// second one is kept for the next draw.
+class StandardNormal {
+ public:
+  double operator()(RandomEngine& rng);
+
+ private:
+  bool has_kept_ = false;
+  double kept_ = 0.0;
+};
+
+}  // namespace talvorix

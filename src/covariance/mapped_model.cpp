@@ -1,0 +1,95 @@
+#include "covariance/mapped_model.h"
+
+#include "core/parallel.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace talvorix {
+
+MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& points,
+                         int n_threads)
+    : sill_(computer(Vector3::Zero())) {
+  for (const auto& structure : computer.structures()) {
+    const auto known = std::find(spaces_.begin(), spaces_.end(), structure.matrix);
+    const auto space = static_cast<std::size_t>(known - spaces_.begin());
+    if (known == spaces_.end()) {
+      spaces_.push_back(structure.matrix);
+    }
+    terms_.push_back({structure.kernel, structure.sill, space});
+  }
+  if (!points.empty() && points.front().allFinite()) {
+    centre_ = points.front();
+  }
+  records_.resize(record_size() * points.size());
+  parallel_for(points.size(), n_threads, [&](Worker&, std::size_t i) {
+    map(points[i], records_.data() + i * record_size());
+  });
+}
+
+void MappedModel::map(const Vector3& point, double* record) const {
+  const Vector3 offset = point - centre_;
+  for (std::size_t space = 0; space < spaces_.size(); ++space) {
+    Eigen::Map<Vector3>(record + 3 * space) = spaces_[space] * offset;
+  }
+}
+
+void GatheredPoints::reserve(std::size_t n_points) {
+  // Lanes are read and written past the last point.
+  const std::size_t needed = n_points + Kernel::padding;
+  if (needed > capacity_) {
+    capacity_ = 2 * needed;
+    coordinates_.assign(model_->record_size() * capacity_, 0.0);
+    target_.assign(model_->record_size(), 0.0);
+    // A piece of pairs is full once it holds a few hundred, but never cuts a column.
+    const std::size_t longest_piece = capacity_ + 1024;
+    lags_.assign(longest_piece, 0.0);
+    sums_.assign(longest_piece, 0.0);
+  }
+}
+
+void GatheredPoints::gather(const std::vector<std::size_t>& points) {
+  reserve(points.size());
+  size_ = points.size();
+  const std::size_t record_size = model_->record_size();
+  for (std::size_t k = 0; k < size_; ++k) {
+    const double* record = model_->records_.data() + points[k] * record_size;
+    for (std::size_t c = 0; c < record_size; ++c) {
+      coordinates_[c * capacity_ + k] = record[c];
+    }
+  }
+  // What stands in the padding is computed with, but is no point: it must not look like one.
+  for (std::size_t c = 0; c < record_size; ++c) {
+    std::fill_n(coordinates_.data() + c * capacity_ + size_, Kernel::padding,
+                std::numeric_limits<double>::quiet_NaN());
+  }
+}
+
+double GatheredPoints::squared_distances(std::size_t space, const double* from, std::size_t first,
+                                         double* out) const {
+  using Lanes = Eigen::Array<double, static_cast<int>(Kernel::padding), 1>;
+  using Coordinates = Eigen::Map<const Lanes>;
+  const double* x = column(space, 0) + first;
+  const double* y = column(space, 1) + first;
+  const double* z = column(space, 2) + first;
+  const std::size_t count = size_ - first;
+  Lanes smallest = Lanes::Constant(std::numeric_limits<double>::infinity());
+  for (std::size_t i = 0; i < count; i += Kernel::padding) {
+    const Lanes d2 = (Coordinates(x + i) - from[0]).square() +
+                     (Coordinates(y + i) - from[1]).square() +
+                     (Coordinates(z + i) - from[2]).square();
+    Eigen::Map<Lanes>(out + i) = d2;
+    smallest = (d2 < smallest).select(d2, smallest);
+  }
+  return smallest.minCoeff();
+}
+
+const double* GatheredPoints::covariances_with(const Vector3& location) {
+  model_->map(location, target_.data());
+  sum_terms(size_, [&](std::size_t space) {
+    squared_distances(space, target_.data() + 3 * space, 0, lags_.data());
+  });
+  return sums_.data();
+}
+
+}  // namespace talvorix

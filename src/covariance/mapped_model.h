@@ -1,0 +1,132 @@
+#pragma once
+
+#include "core/geometry.h"
+#include "covariance/covariance_computer.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+namespace talvorix {
+
+// A model together with a list of points, each mapped once to the space of every structure, so
+// that a covariance of two points costs a subtraction and a kernel, and no matrix product.
+// Structures that share a matrix share a space.
+class MappedModel {
+ public:
+  MappedModel(const CovarianceComputer& computer, const Locations& points, int n_threads);
+
+  // The covariance at lag zero.
+  double sill() const { return sill_; }
+
+ private:
+  friend class GatheredPoints;
+
+  struct Term {
+    Kernel kernel;
+    double sill;
+    std::size_t space;
+  };
+
+  std::size_t record_size() const { return 3 * spaces_.size(); }
+  void map(const Vector3& point, double* record) const;
+
+  std::vector<Matrix3> spaces_;
+  std::vector<Term> terms_;
+  // Mapped coordinates are differences from here, which keeps the digits of points that are far
+  // from the origin and close to each other.
+  Vector3 centre_ = Vector3::Zero();
+  std::vector<double> records_;  // for each point x, y, z in each space
+  double sill_;
+};
+
+// A few of a model's points drawn together into contiguous columns, and their covariances. One for
+// each worker; nothing is allocated once it has grown to the largest number of points.
+class GatheredPoints {
+ public:
+  explicit GatheredPoints(const MappedModel& model) : model_(&model) {}
+
+  void gather(const std::vector<std::size_t>& points);
+  std::size_t size() const { return size_; }
+
+  // Covariances between every gathered point and a location, in order; valid until the next call.
+  const double* covariances_with(const Vector3& location);
+
+  // Calls store(j, column) for every gathered point j from the first, where column holds its
+  // covariances with the points j + 1 to size() - 1. between() is called between pieces of work of
+  // about a thousand pairs. Returns whether two of the points may stand at the same place: false
+  // only when all pairs are apart.
+  template <class Store, class Between>
+  bool pair_covariances(Store&& store, Between&& between);
+
+ private:
+  // The coordinates of the gathered points in one space.
+  double* column(std::size_t space, std::size_t axis) {
+    return coordinates_.data() + (3 * space + axis) * capacity_;
+  }
+  const double* column(std::size_t space, std::size_t axis) const {
+    return coordinates_.data() + (3 * space + axis) * capacity_;
+  }
+  void reserve(std::size_t n_points);
+  // Squared distances from a point of a space to the gathered points first to size() - 1. Whole
+  // lanes are written, into the padding of out. Returns the smallest one.
+  double squared_distances(std::size_t space, const double* from, std::size_t first,
+                           double* out) const;
+  // Sums the terms over count pairs whose squared distances fill_lags(space) puts into lags_.
+  template <class FillLags>
+  void sum_terms(std::size_t count, FillLags&& fill_lags);
+
+  const MappedModel* model_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+  std::vector<double> coordinates_;
+  std::vector<double> target_;
+  std::vector<double> lags_;
+  std::vector<double> sums_;
+};
+
+template <class FillLags>
+void GatheredPoints::sum_terms(std::size_t count, FillLags&& fill_lags) {
+  std::fill_n(sums_.data(), count + Kernel::padding, 0.0);
+  constexpr auto none = static_cast<std::size_t>(-1);
+  std::size_t filled = none;
+  for (const MappedModel::Term& term : model_->terms_) {
+    if (term.space != filled) {
+      fill_lags(term.space);
+      filled = term.space;
+    }
+    term.kernel.accumulate(lags_.data(), count, term.sill, sums_.data());
+  }
+}
+
+template <class Store, class Between>
+bool GatheredPoints::pair_covariances(Store&& store, Between&& between) {
+  double smallest = std::numeric_limits<double>::infinity();
+  // Several short columns go through the kernels as one run.
+  constexpr std::size_t piece = 512;
+  for (std::size_t first = 0; first < size_;) {
+    std::size_t last = first;
+    std::size_t count = 0;
+    while (last < size_ && count < piece) {
+      count += size_ - ++last;
+    }
+    sum_terms(count, [&](std::size_t space) {
+      double* out = lags_.data();
+      for (std::size_t j = first; j < last; ++j) {
+        const double from[3] = {column(space, 0)[j], column(space, 1)[j], column(space, 2)[j]};
+        smallest = std::min(smallest, squared_distances(space, from, j + 1, out));
+        out += size_ - (j + 1);
+      }
+    });
+    const double* sums = sums_.data();
+    for (; first < last; ++first) {
+      store(first, sums);
+      sums += size_ - (first + 1);
+    }
+    between();
+  }
+  return smallest == 0.0;
+}
+
+}  // namespace talvorix

@@ -1,0 +1,210 @@
+#include "estimation/kriging.h"
+
+#include "core/parallel.h"
+#include "covariance/covariance_computer.h"
+#include "covariance/mapped_model.h"
+#include "estimation/symmetric_solver.h"
+#include "spatial/visiting_order.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <utility>
+
+namespace talvorix {
+
+namespace {
+
+// What the two kinds of kriging add to the system of the data, and to the weighted sum.
+struct SimpleSystem {
+  static constexpr Eigen::Index extra_equations = 0;
+  double mean;
+
+  void complete_matrix(SymmetricSolver&, Eigen::Index) const {}
+  void complete_right_side(Eigen::VectorXd&, Eigen::Index) const {}
+  double constant_term(const Eigen::VectorXd& weights, Eigen::Index n) const {
+    return (1.0 - weights.head(n).sum()) * mean;
+  }
+};
+
+struct OrdinarySystem {
+  static constexpr Eigen::Index extra_equations = 1;
+
+  void complete_matrix(SymmetricSolver& solver, Eigen::Index n) const {
+    for (Eigen::Index j = 0; j < n; ++j) {
+      solver.column(j)[n] = 1.0;
+    }
+    solver.column(n)[n] = 0.0;
+  }
+  void complete_right_side(Eigen::VectorXd& b, Eigen::Index n) const { b[n] = 1.0; }
+  // The multiplier enters the estimate on purpose, as if it were the weight of a datum of 1.
+  double constant_term(const Eigen::VectorXd& weights, Eigen::Index n) const { return weights[n]; }
+};
+
+// Solves one target after the other. The factored system is kept: when the next target has the
+// very same neighbours, only its right-hand side is new.
+template <class System>
+class KrigingSolver {
+ public:
+  KrigingSolver(const System& system, const MappedModel& model, const EstimationInput& input,
+                Worker& worker)
+      : system_(system),
+        model_(model),
+        input_(input),
+        worker_(worker),
+        points_(model),
+        poll_([&worker] { worker.poll(); }) {}
+
+  std::pair<double, double> solve(const std::vector<std::size_t>& neighbors,
+                                  const Vector3& target) {
+    if (neighbors != factored_) {
+      factored_.clear();
+      factor(neighbors);
+      factored_ = neighbors;
+    }
+    const auto n = static_cast<Eigen::Index>(points_.size());
+    right_side_.resize(n + System::extra_equations);
+    right_side_.head(n) = Eigen::Map<const Eigen::VectorXd>(points_.covariances_with(target), n);
+    system_.complete_right_side(right_side_, n);
+    weights_ = right_side_;
+    solver_.solve(weights_);
+    double estimate = system_.constant_term(weights_, n);
+    for (Eigen::Index i = 0; i < n; ++i) {
+      estimate += weights_[i] * input_.data[used_[static_cast<std::size_t>(i)]];
+    }
+    const double variance = model_.sill() - weights_.dot(right_side_);
+    return {estimate, variance <= 1e-10 ? 1e-10 : variance};
+  }
+
+ private:
+  void factor(const std::vector<std::size_t>& neighbors) {
+    used_ = neighbors;
+    if (assemble()) {
+      drop_coincident();
+      if (used_.size() < neighbors.size()) {
+        assemble();
+      }
+    }
+    solver_.factor(poll_);
+  }
+
+  // Returns whether two of the data may stand at the same place.
+  bool assemble() {
+    points_.gather(used_);
+    const auto n = static_cast<Eigen::Index>(used_.size());
+    solver_.resize(n + System::extra_equations);
+    const bool may_coincide = points_.pair_covariances(
+        [&](std::size_t j, const double* column) {
+          double* A = solver_.column(static_cast<Eigen::Index>(j)) + j;
+          A[0] = model_.sill();
+          std::copy_n(column, used_.size() - (j + 1), A + 1);
+        },
+        [&] { worker_.poll(); });
+    system_.complete_matrix(solver_, n);
+    return may_coincide;
+  }
+
+  // A datum at the place of a nearer one has the same equation: its pivot is 0 and so is its
+  // weight. It is left out, because rounding would make the pivot a random small number instead.
+  void drop_coincident() {
+    std::vector<std::size_t> apart;
+    for (const std::size_t i : used_) {
+      worker_.poll();
+      const bool is_new = std::none_of(apart.begin(), apart.end(), [&](std::size_t j) {
+        return input_.data_locs[i] == input_.data_locs[j];
+      });
+      if (is_new) {
+        apart.push_back(i);
+      }
+    }
+    used_ = std::move(apart);
+  }
+
+  const System& system_;
+  const MappedModel& model_;
+  const EstimationInput& input_;
+  Worker& worker_;
+  GatheredPoints points_;
+  SymmetricSolver solver_;
+  std::function<void()> poll_;
+  std::vector<std::size_t> factored_;  // the neighbours of the factored system
+  std::vector<std::size_t> used_;      // those of them that have an equation
+  Eigen::VectorXd right_side_;
+  Eigen::VectorXd weights_;
+};
+
+template <class System>
+KrigingResult krige(const System& system, const EstimationInput& input,
+                    const CovarianceModel& covs, const SearchLimits& limits, int n_threads) {
+  const NeiGetter getter = create_nei_getter(input, limits);
+  const std::size_t n_targets = input.target_locs.size();
+  KrigingResult result{std::vector<double>(n_targets, 0.0), std::vector<double>(n_targets, 0.0)};
+  if (n_targets == 0) {
+    return result;
+  }
+  n_threads = check_n_threads(n_threads);
+  const MappedModel model(create_cov_computer(covs, -1), input.data_locs, n_threads);
+  const auto order = visiting_order(input.target_locs, input.neighborhood, n_threads);
+  std::visit(
+      [&](const auto& neighbors_of) {
+        parallel_blocks(n_targets, n_threads, [&](Worker& worker, std::size_t begin,
+                                                  std::size_t end) {
+          SearchScratch search;
+          const auto solver =
+              std::make_unique<KrigingSolver<System>>(system, model, input, worker);
+          for (std::size_t k = begin; k < end; ++k) {
+            worker.poll();
+            const std::size_t i = order[k];
+            const Vector3& target = input.target_locs[i];
+            neighbors_of(target, search);
+            switch (search.indices.size()) {
+              case 0:
+                result.estimates[i] = std::numeric_limits<double>::quiet_NaN();
+                break;
+              case 1:
+                result.estimates[i] = input.data[search.indices.front()];
+                break;
+              default:
+                std::tie(result.estimates[i], result.variances[i]) =
+                    solver->solve(search.indices, target);
+            }
+          }
+        });
+      },
+      getter);
+  return result;
+}
+
+}  // namespace
+
+KrigingResult compute_simple_kriging(const EstimationInput& input, const CovarianceModel& covs,
+                                     double mean, const SearchLimits& limits, int n_threads) {
+  return krige(SimpleSystem{mean}, input, covs, limits, n_threads);
+}
+
+KrigingResult compute_ordinary_kriging(const EstimationInput& input, const CovarianceModel& covs,
+                                       const SearchLimits& limits, int n_threads) {
+  return krige(OrdinarySystem{}, input, covs, limits, n_threads);
+}
+
+Estimator create_sk_estimator(CovarianceModel covs, double mean, SearchLimits limits) {
+  return [covs = std::move(covs), mean, limits = std::move(limits)](
+             const Locations& target_locs, const Neighborhood& neighborhood,
+             const Locations& data_locs, const std::vector<double>& data, int n_threads) {
+    return compute_simple_kriging({target_locs, neighborhood, data_locs, data}, covs, mean, limits,
+                                  n_threads)
+        .estimates;
+  };
+}
+
+Estimator create_ok_estimator(CovarianceModel covs, SearchLimits limits) {
+  return [covs = std::move(covs), limits = std::move(limits)](
+             const Locations& target_locs, const Neighborhood& neighborhood,
+             const Locations& data_locs, const std::vector<double>& data, int n_threads) {
+    return compute_ordinary_kriging({target_locs, neighborhood, data_locs, data}, covs, limits,
+                                    n_threads)
+        .estimates;
+  };
+}
+
+}  // namespace talvorix

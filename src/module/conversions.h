@@ -1,0 +1,81 @@
+#pragma once
+
+#include "core/geometry.h"
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstddef>
+#include <vector>
+
+// How values cross between Python and the library, in one place. Every file that binds functions
+// includes this one, so that the same type converts the same way everywhere.
+//
+// A location goes out as an array of shape (3, 1) and comes in as an array of shape (3,), (3, 1) or
+// (1, 3) or a sequence of three numbers. A location list comes in as any sequence of those, or as
+// an (n, 3), (n, 3, 1) or (n, 1, 3) array of any real type, which is read without making a Python
+// object for a row. A value list comes in as any sequence of numbers or a one-dimensional array.
+
+namespace talvorix::python {
+
+// Each reads a Python object into the value and tells whether it could.
+bool read_location(pybind11::handle source, Vector3& location);
+bool read_locations(pybind11::handle source, Locations& locations);
+bool read_matrix(pybind11::handle source, Matrix3& matrix);
+bool read_values(pybind11::handle source, std::vector<double>& values);
+bool read_integers(pybind11::handle source, std::vector<int>& values);
+
+pybind11::array_t<double> to_array(const Vector3& location);
+pybind11::array_t<double> to_array(const Matrix3& matrix);
+pybind11::list to_list(const Locations& locations);
+pybind11::list to_list(const std::vector<double>& values);
+
+}  // namespace talvorix::python
+
+namespace pybind11::detail {
+
+template <>
+struct type_caster<talvorix::Vector3> {
+  PYBIND11_TYPE_CASTER(talvorix::Vector3, const_name("numpy.ndarray[numpy.float64[3, 1]]"));
+  bool load(handle source, bool) { return talvorix::python::read_location(source, value); }
+  static handle cast(const talvorix::Vector3& location, return_value_policy, handle) {
+    return talvorix::python::to_array(location).release();
+  }
+};
+
+template <>
+struct type_caster<talvorix::Matrix3> {
+  PYBIND11_TYPE_CASTER(talvorix::Matrix3, const_name("numpy.ndarray[numpy.float64[3, 3]]"));
+  bool load(handle source, bool) { return talvorix::python::read_matrix(source, value); }
+  static handle cast(const talvorix::Matrix3& matrix, return_value_policy, handle) {
+    return talvorix::python::to_array(matrix).release();
+  }
+};
+
+template <>
+struct type_caster<talvorix::Locations> {
+  PYBIND11_TYPE_CASTER(talvorix::Locations,
+                       const_name("List[numpy.ndarray[numpy.float64[3, 1]]]"));
+  bool load(handle source, bool) { return talvorix::python::read_locations(source, value); }
+  static handle cast(const talvorix::Locations& locations, return_value_policy, handle) {
+    return talvorix::python::to_list(locations).release();
+  }
+};
+
+template <>
+struct type_caster<std::vector<double>> {
+  PYBIND11_TYPE_CASTER(std::vector<double>, const_name("List[float]"));
+  bool load(handle source, bool) { return talvorix::python::read_values(source, value); }
+  static handle cast(const std::vector<double>& values, return_value_policy, handle) {
+    return talvorix::python::to_list(values).release();
+  }
+};
+
+template <>
+struct type_caster<std::vector<int>> : list_caster<std::vector<int>, int> {
+  static constexpr auto name = const_name("List[int]");
+  bool load(handle source, bool) { return talvorix::python::read_integers(source, value); }
+};
+
+}  // namespace pybind11::detail

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+// One routine a family, each given the module. Order matters: a family may only name Python types
+// that an earlier one has registered.
+
+namespace talvorix::python {
+
+void register_spatial_module(pybind11::module_& m);
+void register_covariance_module(pybind11::module_& m);
+void register_estimation_module(pybind11::module_& m);
+
+}  // namespace talvorix::python

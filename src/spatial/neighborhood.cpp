@@ -1,0 +1,185 @@
+#include "spatial/neighborhood.h"
+
+#include "core/arguments.h"
+#include "spatial/kd_tree.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+namespace talvorix {
+
+namespace {
+
+// Up to so many neighbours an insertion into a sorted run beats a heap.
+constexpr std::size_t most_by_insertion = 96;
+
+// What the tree is built from: the same points, with a look for the user's wish to stop. Queries
+// measure distances through the plain set, so they pay nothing for it.
+struct PolledPointSet : PointSet {
+  mutable InterruptPoller poll;
+
+  double kdtree_get_pt(std::size_t i, std::size_t dimension) const {
+    poll();
+    return PointSet::kdtree_get_pt(i, dimension);
+  }
+};
+
+using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointSet>,
+                                                 PolledPointSet, tree_dimension, std::uint32_t>;
+
+}  // namespace
+
+class SearchTree {
+ public:
+  explicit SearchTree(Locations points)
+      : points_{{std::move(points)}, {}},
+        tree_(tree_dimension, points_,
+              nanoflann::KDTreeSingleIndexAdaptorParams(tree_leaf_size)) {}
+
+  template <class Collector>
+  void search(const Vector3& center, Collector& results) const {
+    tree_.findNeighbors(results, center.data(), TreeSearchParameters());
+    results.sort();
+  }
+
+ private:
+  PolledPointSet points_;
+  Tree tree_;
+};
+
+namespace {
+
+Locations search_points(const Locations& locations, const std::optional<Ellipsoid>& ellipsoid) {
+  if (locations.size() >= std::numeric_limits<std::uint32_t>::max()) {
+    throw std::invalid_argument("locations has more entries than the search can number");
+  }
+  Locations points = locations;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (!points[i].allFinite()) {
+      throw std::invalid_argument("locations[" + std::to_string(i) +
+                                  "] is not finite; a search needs finite coordinates");
+    }
+    if (ellipsoid) {
+      points[i] = ellipsoid->forward(points[i]);
+      if (!points[i].allFinite()) {
+        throw std::invalid_argument("the ellipsoid maps locations[" + std::to_string(i) +
+                                    "] to a point that is not finite; a search needs an "
+                                    "ellipsoid of finite, non-degenerate axes");
+      }
+    }
+  }
+  return points;
+}
+
+void require_finite_center(const Vector3& center) {
+  if (!center.allFinite()) {
+    throw std::invalid_argument("center is not finite; a search needs finite coordinates");
+  }
+}
+
+}  // namespace
+
+Neighborhood::Neighborhood(const Locations& locations)
+    : Neighborhood(locations, std::optional<Ellipsoid>()) {}
+
+Neighborhood::Neighborhood(const Locations& locations, const Ellipsoid& ellipsoid)
+    : Neighborhood(locations, std::optional<Ellipsoid>(ellipsoid)) {}
+
+Neighborhood::Neighborhood(const Locations& locations, std::optional<Ellipsoid> ellipsoid)
+    : size_(locations.size()), ellipsoid_(std::move(ellipsoid)) {
+  if (size_ > 0) {
+    tree_ = std::make_shared<const SearchTree>(search_points(locations, ellipsoid_));
+  }
+}
+
+void Neighborhood::find_nearest(const Vector3& center, std::size_t max_size,
+                                SearchScratch& scratch) const {
+  scratch.indices.clear();
+  const std::size_t k = std::min(max_size, size_);
+  if (k == 0) {
+    return;
+  }
+  const Vector3 q = to_search_space(center);
+  constexpr double unbounded = std::numeric_limits<double>::max();
+  std::size_t count = 0;
+  if (k > most_by_insertion) {
+    ManyNearestPoints nearest(scratch.found, k, scratch.poll);
+    tree_->search(q, nearest);
+    count = nearest.size();
+  } else {
+    if (scratch.found.size() < k) {
+      scratch.found.resize(k);
+    }
+    double bound = unbounded;
+    if (scratch.last_tree == tree_.get() && scratch.last_size == k) {
+      const double reach = scratch.last_reach + (q - scratch.last_center).norm();
+      // The slack covers the rounding of the two lengths.
+      bound = std::min(reach * reach * (1.0 + 1e-9), unbounded);
+    }
+    NearestPoints nearest(scratch.found.data(), k, bound);
+    tree_->search(q, nearest);
+    if (nearest.size() < k && bound < unbounded) {
+      nearest = NearestPoints(scratch.found.data(), k, unbounded);
+      tree_->search(q, nearest);
+    }
+    count = nearest.size();
+    scratch.last_tree = count == k ? tree_.get() : nullptr;
+    scratch.last_size = k;
+    scratch.last_center = q;
+    scratch.last_reach = std::sqrt(nearest.worstDist());
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    scratch.indices.push_back(scratch.found[i].index);
+  }
+}
+
+void Neighborhood::find_within(const Vector3& center, double max_radius,
+                               SearchScratch& scratch) const {
+  scratch.indices.clear();
+  scratch.last_tree = nullptr;
+  if (size_ == 0) {
+    return;
+  }
+  PointsWithin within(scratch.found, max_radius * max_radius, scratch.poll);
+  tree_->search(to_search_space(center), within);
+  for (const FoundPoint& point : scratch.found) {
+    scratch.indices.push_back(point.index);
+  }
+}
+
+std::vector<std::size_t> Neighborhood::find_neighbors(const Vector3& center,
+                                                      long long max_size) const {
+  const std::size_t count = require_count("max_size", max_size);
+  require_finite_center(center);
+  InterruptPoller poll;
+  SearchScratch scratch;
+  scratch.poll = &poll;
+  find_nearest(center, count, scratch);
+  return std::move(scratch.indices);
+}
+
+std::vector<std::size_t> Neighborhood::find_neighbors(const Vector3& center,
+                                                      double max_radius) const {
+  require_finite_center(center);
+  InterruptPoller poll;
+  SearchScratch scratch;
+  scratch.poll = &poll;
+  find_within(center, max_radius, scratch);
+  return std::move(scratch.indices);
+}
+
+std::size_t Neighborhood::nearest_neighbor(const Vector3& center) const {
+  if (size_ == 0) {
+    throw std::invalid_argument("nearest_neighbor: the neighborhood holds no locations");
+  }
+  const auto found = find_neighbors(center, 1LL);
+  if (found.empty()) {
+    throw std::invalid_argument("nearest_neighbor: center is too far away to measure distances");
+  }
+  return found.front();
+}
+
+}  // namespace talvorix

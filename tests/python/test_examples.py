@@ -1,0 +1,232 @@
+"""The example script against brute-force searches, direct calls and bad input."""
+
+import csv
+import importlib.util
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import matplotlib.image
+import numpy as np
+import pytest
+import talvorix
+
+ROOT = Path(__file__).resolve().parents[2]
+SCRIPT = ROOT / "examples" / "estimate_drillholes.py"
+SEARCH = (60, 35, 25, 40, -20, 10)
+COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
+GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
+MODEL = """
+multiplier = 0.5
+nugget = 0.2
+search = [60, 35, 25, 40, -20, 10]
+min_samples = 3
+max_samples = 5
+structure = [
+    { kind = "exponential", sill = 0.9, ranges = [70, 50, 20], angles = [30, -10, 0] },
+    { kind = "spherical", sill = 0.5, ranges = [150, 150, 60] },
+]
+"""
+
+
+def run_script(*arguments):
+    command = [sys.executable, str(SCRIPT), *map(str, arguments)]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=300, check=False)
+    assert done.returncode == 0, done.stderr
+    return done.stdout
+
+
+@pytest.fixture(scope="module")
+def campaign(tmp_path_factory):
+    """Twelve holes of 14 samples each, one sample in ten without a value."""
+    folder = tmp_path_factory.mktemp("campaign")
+    rng = np.random.default_rng(5)
+    locations, values, holes = [], [], []
+    with (folder / "holes.csv").open("w", newline="") as stream:
+        writer = csv.writer(stream)
+        writer.writerow(["BHID", "NOTE", "XC", "YC", "ZC", "CU"])
+        for hole in range(12):
+            collar = rng.uniform([-20, -10, 0], [140, 150, 4])
+            step = np.ravel(talvorix.Direction(rng.uniform(0, 360), rng.uniform(-90, -60))) * 5
+            for k in range(14):
+                place, value = np.round(collar + k * step, 3), round(rng.lognormal(), 4)
+                empty = (hole + k) % 10 == 0
+                writer.writerow([f"DH-{hole}", "a, b", *place, "" if empty else value])
+                if not empty:
+                    locations.append(place)
+                    values.append(value)
+                    holes.append(hole)
+    (folder / "model.toml").write_text(MODEL)
+    return folder, np.array(locations), np.array(values), holes
+
+
+def choose(block, locations, holes, limits):
+    """The samples of one block, one at a time from the nearest outward."""
+    matrix = np.asarray(talvorix.Ellipsoid(*SEARCH).matrix())
+    distances = np.linalg.norm((locations - block) @ matrix.T, axis=1)
+    chosen, by_octant, by_hole = [], {}, {}
+    for i in np.argsort(distances):
+        octant = tuple(locations[i] > block)
+        if distances[i] >= 1 or len(chosen) == 5:
+            break
+        if by_octant.get(octant, 0) >= limits.get("octant", 99):
+            continue
+        by_octant[octant] = by_octant.get(octant, 0) + 1
+        if by_hole.get(holes[i], 0) < limits.get("hole", 99):
+            by_hole[holes[i]] = by_hole.get(holes[i], 0) + 1
+            chosen.append(i)
+    return chosen if len(chosen) >= 3 else []
+
+
+@pytest.mark.parametrize(
+    ("options", "limits"),
+    [
+        ([], {}),
+        (["--max-per-hole", "2", "--candidates", "168"], {"hole": 2}),
+        (
+            ["--max-per-hole", "2", "--max-octant", "2", "--candidates", "168"],
+            {"hole": 2, "octant": 2},
+        ),
+    ],
+)
+def test_blocks_match_brute_force_selection(campaign, tmp_path, options, limits):
+    folder, locations, values, holes = campaign
+    methods = [f"--method={m}" for m in ("nearest", "simple", "idw", "ordinary")]
+    table, model = folder / "holes.csv", folder / "model.toml"
+    arguments = [table, "--model", model, "--out", tmp_path, *COLUMNS, *GRID, *methods, *options]
+    printed = run_script(*arguments, "--mean", "1.5", "--power", "3")
+    assert f"{len(values)} samples" in printed and "17 rows without a value skipped" in printed
+
+    result = np.load(tmp_path / "blocks.npz")
+    axes = [result[f"{axis}_centres"] for axis in "xyz"]
+    assert [axis[0] for axis in axes] == [-10, 1, -57]
+    shape = result["samples"].shape
+    assert shape == (8, 7, 5)
+    first = talvorix.Ellipsoid(70, 50, 20, 30, -10, 0)
+    second = talvorix.Ellipsoid(150, 150, 60, 0, 0, 0)
+    covs = [
+        talvorix.Covariance.nugget(0.1),
+        talvorix.Covariance.exponential(0.45, first),
+        talvorix.Covariance.spherical(0.25, second),
+    ]
+    masked = 0
+    for cell in np.ndindex(shape):
+        block = np.array([axis[k] for axis, k in zip(axes, cell, strict=True)])
+        chosen = choose(block, locations, holes, limits)
+        assert result["samples"][cell] == len(chosen)
+        got = {m: result[m][cell] for m in result.files if m[1:] != "_centres"}
+        if not chosen:
+            masked += 1
+            assert all(np.isnan(got[m]) for m in got if m != "samples")
+            continue
+        data = locations[chosen], values[chosen]
+        n, search = len(chosen), talvorix.Neighborhood(locations[chosen])
+        ok, ok_variance = talvorix.compute_ordinary_kriging([block], *data, covs, search, n)
+        sk, sk_variance = talvorix.compute_simple_kriging([block], *data, covs, 1.5, search, n)
+        weights = np.linalg.norm(data[0] - block, axis=1) ** -3.0
+        expected = {
+            "ordinary": ok[0],
+            "ordinary_variance": ok_variance[0],
+            "simple": sk[0],
+            "simple_variance": sk_variance[0],
+            "idw": weights @ data[1] / weights.sum(),
+            "nearest": data[1][0],
+            "samples": n,
+        }
+        assert got == pytest.approx(expected, rel=1e-8)
+    assert 20 < masked < 200
+
+    rows = np.genfromtxt(tmp_path / "blocks.csv", delimiter=",", names=True)
+    estimated = np.argwhere(result["samples"] > 0)
+    assert len(rows) == len(estimated)
+    for k, axis in enumerate("xyz"):
+        np.testing.assert_allclose(rows[axis], axes[k][estimated[:, k]])
+    for name in ("ordinary", "ordinary_variance", "simple", "idw", "nearest", "samples"):
+        np.testing.assert_allclose(rows[name], result[name][tuple(estimated.T)], rtol=1e-6)
+    picture = matplotlib.image.imread(tmp_path / "estimates.png")
+    assert min(picture.shape[:2]) > 200 and picture.std() > 0.05
+
+
+def test_demo_repeats_from_its_table_and_readme_code_runs(tmp_path, monkeypatch):
+    coarse = ["--cells", "14 12 8", "--size", "50 50 47.5"]
+    run_script("--out", tmp_path / "demo", *coarse)
+    model = SCRIPT.with_name("campaign.toml")
+    table = tmp_path / "demo" / "composites.csv"
+    run_script(table, "--model", model, "--out", tmp_path / "again", "--threads", "1", *coarse)
+    first, again = (np.load(tmp_path / name / "blocks.npz") for name in ("demo", "again"))
+    assert np.isfinite(first["ordinary"]).sum() > 500
+    for name in first.files:
+        np.testing.assert_array_equal(first[name], again[name])
+
+    code = re.search(r"```python\n(.*?)```", (ROOT / "README.md").read_text(), re.DOTALL)
+    monkeypatch.chdir(tmp_path)
+    names = {}
+    exec(compile(code[1], "README.md", "exec"), names)
+    estimates = np.array(names["estimates"])
+    inside = np.isfinite(estimates)
+    data = np.genfromtxt(table, delimiter=",", names=True)["grade"]
+    assert inside.all() and data.min() - 1 < estimates.min() < estimates.max() < data.max() + 1
+
+
+HEADER = "x,y,z,grade,hole"
+ROWS = [f"{x},{x % 3},{-x},{x / 10},DH-{x % 4}" for x in range(20)]
+GOOD = {"--structure": "spherical 1 9 9 9", "--search": "9 9 9"} | {
+    "--origin": "0 0 -20",
+    "--cells": "4 4 4",
+    "--size": "5 5 5",
+}
+
+
+@pytest.mark.parametrize(
+    ("row", "changed", "expected"),
+    [
+        ("3,1,oops,0.3,DH-1", {}, ["row 5", "column 'z'", "a number", "'oops'"]),
+        ("3,,0,0.3,DH-1", {}, ["row 5", "column 'y'", "got nothing"]),
+        ("3,1,2,1e999,DH-1", {}, ["row 5", "column 'grade'", "'1e999'"]),
+        ("3,1", {}, ["row 5", "fewer cells"]),
+        ("3,1,2,0.3,", {"--max-per-hole": "2"}, ["row 5", "column 'hole'", "no name"]),
+        (None, {"--value": "cu"}, ["no column 'cu' for --value", HEADER.replace(",", ", ")]),
+        (None, {"--cells": "4 4.5 4"}, ["cells", "whole numbers"]),
+        (None, {"--size": "5 0 5"}, ["size", "above 0"]),
+        (None, {"--search": "9 9"}, ["search", "3 or 6 numbers"]),
+        (None, {"--search": None}, ["search is missing", "--search"]),
+        (None, {"--structure": None}, ["model is empty", "--structure"]),
+        (None, {"--structure": "cubic 1 9 9 9"}, ["structure 1", "'cubic'", "spherical"]),
+        (None, {"--structure": "spherical 1 9 9"}, ["--structure", "3 numbers", "expected"]),
+        (None, {"--min-samples": "13"}, ["min_samples", "13", "max_samples", "12"]),
+        (None, {"--candidates": "5"}, ["candidates", "at least 12", "got 5"]),
+        (None, {"--method": "cokriging"}, ["method", "ordinary", "cokriging"]),
+        (None, {"--model": "none.toml"}, ["none.toml", "cannot be read"]),
+        (None, {"--model": "typo.toml"}, ["typo.toml", "unknown key 'nuget'"]),
+    ],
+)
+def test_bad_input_exits_2_and_names_the_place(
+    tmp_path, monkeypatch, capsys, row, changed, expected
+):
+    spec = importlib.util.spec_from_file_location("estimate_drillholes", SCRIPT)
+    script = importlib.util.module_from_spec(spec)
+    monkeypatch.setitem(sys.modules, spec.name, script)
+    spec.loader.exec_module(script)
+    monkeypatch.chdir(tmp_path)
+    rows = ROWS if row is None else [*ROWS[:3], row, *ROWS[4:]]
+    Path("table.csv").write_text("\n".join([HEADER, *rows]) + "\n")
+    Path("typo.toml").write_text("nuget = 0.3\n")
+    options = [f"{k}={v}" for k, v in (GOOD | changed).items() if v is not None]
+    try:
+        status = script.main(["table.csv", *options])
+    except SystemExit as leave:
+        status = leave.code
+    message = capsys.readouterr().err
+    assert status == 2
+    for piece in expected:
+        assert piece in message
+    assert not Path("out").exists()
+
+
+def test_missing_table_fails_as_a_command(tmp_path):
+    command = [sys.executable, str(SCRIPT), str(tmp_path / "no.csv")]
+    command += [f"{k}={v}" for k, v in GOOD.items()]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False)
+    assert done.returncode == 2
+    assert "no.csv: cannot be read" in done.stderr and "Traceback" not in done.stderr
