@@ -23,7 +23,8 @@ std::string to_text(CovarianceType type);
 
 // Correlations of a normalised distance h: 1 at zero, and at 1 the practical range.
 inline double spherical_kernel(double h) {
-  return h > 1.0 ? 0.0 : (1.0 - 1.5 * h) + (0.5 * h * h) * h;
+  const double within = (1.0 - 1.5 * h) + (0.5 * h * h) * h;
+  return h > 1.0 ? 0.0 : within;
 }
 inline double gaussian_kernel(double h) { return std::exp(-3.0 * h * h); }
 inline double exponential_kernel(double h) { return std::exp(-3.0 * h); }

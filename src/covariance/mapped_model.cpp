@@ -2,7 +2,10 @@
 
 #include "core/parallel.h"
 
+#include <Eigen/LU>
+
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace talvorix {
@@ -18,6 +21,14 @@ MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& po
     }
     terms_.push_back({structure.kernel, structure.sill, space});
   }
+  // Nuggets go last, where other terms have measured distances already. Their sum is the same:
+  // between different places they are 0.
+  const auto nuggets = std::stable_partition(terms_.begin(), terms_.end(), [](const Term& term) {
+    return term.kernel.form() != Kernel::Form::nugget;
+  });
+  if (nuggets != terms_.begin()) {
+    std::for_each(nuggets, terms_.end(), [this](Term& term) { find_witness(term); });
+  }
   if (!points.empty() && points.front().allFinite()) {
     centre_ = points.front();
   }
@@ -25,6 +36,18 @@ MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& po
   parallel_for(points.size(), n_threads, [&](Worker&, std::size_t i) {
     map(points[i], records_.data() + i * record_size());
   });
+}
+
+void MappedModel::find_witness(Term& nugget) const {
+  // A nugget reaches to 1e-8 in its own space, which is at most so much in the witness's. One of
+  // a sill that is not finite is never 0.
+  const std::size_t witness = terms_.front().space;
+  const double stretch = (spaces_[witness] * spaces_[nugget.space].inverse()).norm();
+  const double reach = 1e-8 * stretch * (1.0 + 1e-6);
+  if (std::isfinite(reach) && std::isfinite(nugget.sill)) {
+    nugget.squared_reach = reach * reach;
+    nugget.witness = witness;
+  }
 }
 
 void MappedModel::map(const Vector3& point, double* record) const {
@@ -87,7 +110,7 @@ double GatheredPoints::squared_distances(std::size_t space, const double* from, 
 const double* GatheredPoints::covariances_with(const Vector3& location) {
   model_->map(location, target_.data());
   sum_terms(size_, [&](std::size_t space) {
-    squared_distances(space, target_.data() + 3 * space, 0, lags_.data());
+    return squared_distances(space, target_.data() + 3 * space, 0, lags_.data());
   });
   return sums_.data();
 }

@@ -27,7 +27,13 @@ class MappedModel {
     Kernel kernel;
     double sill;
     std::size_t space;
+    // The term is 0 for pairs further apart than this in the witness, a space in which distances
+    // are measured before the term's turn comes. Spares a nugget the measuring in its own.
+    double squared_reach = std::numeric_limits<double>::infinity();
+    std::size_t witness = 0;
   };
+
+  void find_witness(Term& nugget) const;
 
   std::size_t record_size() const { return 3 * spaces_.size(); }
   void map(const Vector3& point, double* record) const;
@@ -45,7 +51,8 @@ class MappedModel {
 // each worker; nothing is allocated once it has grown to the largest number of points.
 class GatheredPoints {
  public:
-  explicit GatheredPoints(const MappedModel& model) : model_(&model) {}
+  explicit GatheredPoints(const MappedModel& model)
+      : model_(&model), smallest_(model.spaces_.size(), 0.0) {}
 
   void gather(const std::vector<std::size_t>& points);
   std::size_t size() const { return size_; }
@@ -73,9 +80,10 @@ class GatheredPoints {
   // lanes are written, into the padding of out. Returns the smallest one.
   double squared_distances(std::size_t space, const double* from, std::size_t first,
                            double* out) const;
-  // Sums the terms over count pairs whose squared distances fill_lags(space) puts into lags_.
+  // Sums the terms over count pairs whose squared distances fill_lags(space) puts into lags_; it
+  // returns the smallest.
   template <class FillLags>
-  void sum_terms(std::size_t count, FillLags&& fill_lags);
+  double sum_terms(std::size_t count, FillLags&& fill_lags);
 
   const MappedModel* model_;
   std::size_t size_ = 0;
@@ -84,20 +92,27 @@ class GatheredPoints {
   std::vector<double> target_;
   std::vector<double> lags_;
   std::vector<double> sums_;
+  std::vector<double> smallest_;  // of the squared distances last measured in each space
 };
 
 template <class FillLags>
-void GatheredPoints::sum_terms(std::size_t count, FillLags&& fill_lags) {
+double GatheredPoints::sum_terms(std::size_t count, FillLags&& fill_lags) {
   std::fill_n(sums_.data(), count + Kernel::padding, 0.0);
   constexpr auto none = static_cast<std::size_t>(-1);
   std::size_t filled = none;
+  double smallest = std::numeric_limits<double>::infinity();
   for (const MappedModel::Term& term : model_->terms_) {
+    if (smallest_[term.witness] > term.squared_reach && filled != none) {
+      continue;
+    }
     if (term.space != filled) {
-      fill_lags(term.space);
+      smallest_[term.space] = fill_lags(term.space);
+      smallest = std::min(smallest, smallest_[term.space]);
       filled = term.space;
     }
     term.kernel.accumulate(lags_.data(), count, term.sill, sums_.data());
   }
+  return smallest;
 }
 
 template <class Store, class Between>
@@ -111,14 +126,17 @@ bool GatheredPoints::pair_covariances(Store&& store, Between&& between) {
     while (last < size_ && count < piece) {
       count += size_ - ++last;
     }
-    sum_terms(count, [&](std::size_t space) {
+    const double smallest_of_piece = sum_terms(count, [&](std::size_t space) {
       double* out = lags_.data();
+      double nearest = std::numeric_limits<double>::infinity();
       for (std::size_t j = first; j < last; ++j) {
         const double from[3] = {column(space, 0)[j], column(space, 1)[j], column(space, 2)[j]};
-        smallest = std::min(smallest, squared_distances(space, from, j + 1, out));
+        nearest = std::min(nearest, squared_distances(space, from, j + 1, out));
         out += size_ - (j + 1);
       }
+      return nearest;
     });
+    smallest = std::min(smallest, smallest_of_piece);
     const double* sums = sums_.data();
     for (; first < last; ++first) {
       store(first, sums);

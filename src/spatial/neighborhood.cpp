@@ -32,12 +32,40 @@ using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<do
 
 }  // namespace
 
+namespace {
+
+// The tree's list of points in the order of its leaves; the library has renamed it since.
+template <class AnyTree>
+auto& leaf_order(AnyTree& tree) {
+  if constexpr (requires { tree.vAcc_; }) {
+    return tree.vAcc_;
+  } else {
+    return tree.vAcc;
+  }
+}
+
+}  // namespace
+
 class SearchTree {
  public:
   explicit SearchTree(Locations points)
       : points_{{std::move(points)}, {}},
         tree_(tree_dimension, points_,
-              nanoflann::KDTreeSingleIndexAdaptorParams(tree_leaf_size)) {}
+              nanoflann::KDTreeSingleIndexAdaptorParams(tree_leaf_size)) {
+    // The points of a leaf are put next to each other, so that a query walks through memory.
+    auto& order = leaf_order(tree_);
+    given_.assign(order.begin(), order.end());
+    Locations in_leaf_order;
+    in_leaf_order.reserve(given_.size());
+    for (std::size_t i = 0; i < given_.size(); ++i) {
+      in_leaf_order.push_back(points_.points[given_[i]]);
+      order[i] = static_cast<std::uint32_t>(i);
+    }
+    points_.points = std::move(in_leaf_order);
+  }
+
+  // Position in the given list of a point that a search found.
+  std::size_t given_index(const FoundPoint& point) const { return given_[point.index]; }
 
   template <class Collector>
   void search(const Vector3& center, Collector& results) const {
@@ -48,6 +76,7 @@ class SearchTree {
  private:
   PolledPointSet points_;
   Tree tree_;
+  std::vector<std::uint32_t> given_;
 };
 
 namespace {
@@ -132,7 +161,7 @@ void Neighborhood::find_nearest(const Vector3& center, std::size_t max_size,
     scratch.last_reach = std::sqrt(nearest.worstDist());
   }
   for (std::size_t i = 0; i < count; ++i) {
-    scratch.indices.push_back(scratch.found[i].index);
+    scratch.indices.push_back(tree_->given_index(scratch.found[i]));
   }
 }
 
@@ -146,7 +175,7 @@ void Neighborhood::find_within(const Vector3& center, double max_radius,
   PointsWithin within(scratch.found, max_radius * max_radius, scratch.poll);
   tree_->search(to_search_space(center), within);
   for (const FoundPoint& point : scratch.found) {
-    scratch.indices.push_back(point.index);
+    scratch.indices.push_back(tree_->given_index(point));
   }
 }
 
