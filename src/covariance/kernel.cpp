@@ -23,8 +23,8 @@ inline double exp_of_negative(double x) {
   const double r4 = r2 * r2;
   const double p0 = (1.0 + r) + r2 * (1.0 / 2.0 + r * (1.0 / 6.0));
   const double p4 = (1.0 / 24.0 + r * (1.0 / 120.0)) + r2 * (1.0 / 720.0 + r * (1.0 / 5040.0));
-  const double p8 = (1.0 / 40320.0 + r * (1.0 / 362880.0)) +
-                    r2 * (1.0 / 3628800.0 + r * (1.0 / 39916800.0));
+  const double p8 =
+      (1.0 / 40320.0 + r * (1.0 / 362880.0)) + r2 * (1.0 / 3628800.0 + r * (1.0 / 39916800.0));
   const double p12 = 1.0 / 479001600.0 + r * (1.0 / 6227020800.0);
   const double p = p0 + r4 * (p4 + r4 * (p8 + r4 * p12));
   const auto power = (std::bit_cast<std::uint64_t>(shifted) + 1023) << 52;

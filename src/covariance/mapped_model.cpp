@@ -10,8 +10,7 @@
 
 namespace talvorix {
 
-MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& points,
-                         int n_threads)
+MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& points, int n_threads)
     : sill_(computer(Vector3::Zero())) {
   for (const auto& structure : computer.structures()) {
     const auto known = std::find(spaces_.begin(), spaces_.end(), structure.matrix);

@@ -12,20 +12,19 @@ namespace talvorix {
 // A method of estimation with its parameters bound: given targets, the neighborhood of the data,
 // the data and a thread count, it returns an estimate for each target.
 struct Estimator
-    : std::function<std::vector<double>(const Locations& target_locs,
-                                        const Neighborhood& neighborhood,
-                                        const Locations& data_locs,
-                                        const std::vector<double>& data, int n_threads)> {
+    : std::function<std::vector<double>(
+          const Locations& target_locs, const Neighborhood& neighborhood,
+          const Locations& data_locs, const std::vector<double>& data, int n_threads)> {
   using function::function;
 };
 
 // Which data an estimate may use; limits at or below 0 are none.
 struct SearchLimits {
-  int max_neighbors = -1;          // above 0 the search takes the nearest so many
-  double max_radius = -1.0;        // else all within the size of this radius
-  int max_neighbors_octant = -1;   // of those, at most so many an octant
-  std::vector<int> dhids = {};     // drillhole of each datum, may be empty
-  int max_neis_by_dhid = -1;       // and at most so many a drillhole
+  int max_neighbors = -1;         // above 0 the search takes the nearest so many
+  double max_radius = -1.0;       // else all within the size of this radius
+  int max_neighbors_octant = -1;  // of those, at most so many an octant
+  std::vector<int> dhids = {};    // drillhole of each datum, may be empty
+  int max_neis_by_dhid = -1;      // and at most so many a drillhole
 };
 
 // What an estimation reads; the lists are borrowed for the length of the call.

@@ -66,26 +66,26 @@ std::vector<double> weighted_means(const EstimationInput& input, const IdwParame
   const auto order = visiting_order(input.target_locs, input.neighborhood, n_threads);
   std::visit(
       [&](const auto& neighbors_of) {
-        parallel_blocks(n_targets, n_threads, [&](Worker& worker, std::size_t begin,
-                                                  std::size_t end) {
-          SearchScratch search;
-          auto add_neighbors = make_adder();
-          for (std::size_t k = begin; k < end; ++k) {
-            worker.poll();
-            const std::size_t i = order[k];
-            const Vector3& target = input.target_locs[i];
-            neighbors_of(target, search);
-            if (search.indices.empty()) {
-              result[i] = nan;
-            } else if (search.indices.size() == 1) {
-              result[i] = input.data[search.indices.front()];
-            } else {
-              WeightedMeans means(parameters.max_weight);
-              add_neighbors(search.indices, target, means);
-              result[i] = means.combined();
-            }
-          }
-        });
+        parallel_blocks(n_targets, n_threads,
+                        [&](Worker& worker, std::size_t begin, std::size_t end) {
+                          SearchScratch search;
+                          auto add_neighbors = make_adder();
+                          for (std::size_t k = begin; k < end; ++k) {
+                            worker.poll();
+                            const std::size_t i = order[k];
+                            const Vector3& target = input.target_locs[i];
+                            neighbors_of(target, search);
+                            if (search.indices.empty()) {
+                              result[i] = nan;
+                            } else if (search.indices.size() == 1) {
+                              result[i] = input.data[search.indices.front()];
+                            } else {
+                              WeightedMeans means(parameters.max_weight);
+                              add_neighbors(search.indices, target, means);
+                              result[i] = means.combined();
+                            }
+                          }
+                        });
       },
       getter);
   return result;

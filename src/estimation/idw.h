@@ -25,7 +25,6 @@ std::vector<double> idw_estimation(const EstimationInput& input, const Covarianc
                                    int n_threads);
 
 Estimator create_idw_estimator(IdwParameters parameters, SearchLimits limits);
-Estimator create_idw_estimator(CovarianceModel covs, IdwParameters parameters,
-                               SearchLimits limits);
+Estimator create_idw_estimator(CovarianceModel covs, IdwParameters parameters, SearchLimits limits);
 
 }  // namespace talvorix

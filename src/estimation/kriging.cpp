@@ -134,8 +134,8 @@ class KrigingSolver {
 };
 
 template <class System>
-KrigingResult krige(const System& system, const EstimationInput& input,
-                    const CovarianceModel& covs, const SearchLimits& limits, int n_threads) {
+KrigingResult krige(const System& system, const EstimationInput& input, const CovarianceModel& covs,
+                    const SearchLimits& limits, int n_threads) {
   const NeiGetter getter = create_nei_getter(input, limits);
   const std::size_t n_targets = input.target_locs.size();
   KrigingResult result{std::vector<double>(n_targets, 0.0), std::vector<double>(n_targets, 0.0)};
@@ -147,29 +147,29 @@ KrigingResult krige(const System& system, const EstimationInput& input,
   const auto order = visiting_order(input.target_locs, input.neighborhood, n_threads);
   std::visit(
       [&](const auto& neighbors_of) {
-        parallel_blocks(n_targets, n_threads, [&](Worker& worker, std::size_t begin,
-                                                  std::size_t end) {
-          SearchScratch search;
-          const auto solver =
-              std::make_unique<KrigingSolver<System>>(system, model, input, worker);
-          for (std::size_t k = begin; k < end; ++k) {
-            worker.poll();
-            const std::size_t i = order[k];
-            const Vector3& target = input.target_locs[i];
-            neighbors_of(target, search);
-            switch (search.indices.size()) {
-              case 0:
-                result.estimates[i] = std::numeric_limits<double>::quiet_NaN();
-                break;
-              case 1:
-                result.estimates[i] = input.data[search.indices.front()];
-                break;
-              default:
-                std::tie(result.estimates[i], result.variances[i]) =
-                    solver->solve(search.indices, target);
-            }
-          }
-        });
+        parallel_blocks(n_targets, n_threads,
+                        [&](Worker& worker, std::size_t begin, std::size_t end) {
+                          SearchScratch search;
+                          const auto solver =
+                              std::make_unique<KrigingSolver<System>>(system, model, input, worker);
+                          for (std::size_t k = begin; k < end; ++k) {
+                            worker.poll();
+                            const std::size_t i = order[k];
+                            const Vector3& target = input.target_locs[i];
+                            neighbors_of(target, search);
+                            switch (search.indices.size()) {
+                              case 0:
+                                result.estimates[i] = std::numeric_limits<double>::quiet_NaN();
+                                break;
+                              case 1:
+                                result.estimates[i] = input.data[search.indices.front()];
+                                break;
+                              default:
+                                std::tie(result.estimates[i], result.variances[i]) =
+                                    solver->solve(search.indices, target);
+                            }
+                          }
+                        });
       },
       getter);
   return result;

@@ -34,7 +34,8 @@ void SymmetricSolver::solve(Eigen::Ref<Eigen::VectorXd> x) {
 }
 
 // The left-looking algorithm and the pivot rule of Eigen::LDLT, in place on the lower triangle:
-// the largest remaining diagonal entry comes next, and a column below a pivot of 0 is left as it is.
+// the largest remaining diagonal entry comes next, and a column below a pivot of 0 is left as it
+// is.
 void SymmetricSolver::factor_by_columns(const std::function<void()>& between_columns) {
   const Eigen::Index n = size_;
   auto& A = large_;

@@ -17,26 +17,31 @@ bool is_of_kind(const py::array& array, std::string_view kinds) {
   return kinds.find(array.dtype().kind()) != std::string_view::npos;
 }
 
+bool is_text(py::handle source) {
+  return PyUnicode_Check(source.ptr()) || PyBytes_Check(source.ptr()) ||
+         PyByteArray_Check(source.ptr());
+}
+
 constexpr std::string_view real_kinds = "biuf";
 constexpr std::string_view integer_kinds = "biu";
 
-// The object as an array, when it is one or offers itself as one (a table's column, say). Plain
-// lists and tuples are read item by item instead.
+// The object as an array of numbers, when it is one or offers itself as one (a table's column,
+// say). Plain lists and tuples, and arrays of Python objects, are read item by item instead.
 std::optional<py::array> as_array(py::handle source) {
+  py::array array;
   if (py::isinstance<py::array>(source)) {
-    return py::reinterpret_borrow<py::array>(source);
+    array = py::reinterpret_borrow<py::array>(source);
+  } else {
+    if (PyList_Check(source.ptr()) || PyTuple_Check(source.ptr()) || is_text(source) ||
+        (!py::hasattr(source, "__array__") && PyObject_CheckBuffer(source.ptr()) == 0)) {
+      return std::nullopt;
+    }
+    array = py::reinterpret_steal<py::array>(py::array::ensure(source).release());
   }
-  if (PyList_Check(source.ptr()) || PyTuple_Check(source.ptr()) || PyBytes_Check(source.ptr()) ||
-      PyByteArray_Check(source.ptr()) || PyUnicode_Check(source.ptr())) {
+  if (!array || array.dtype().kind() == 'O') {
     return std::nullopt;
   }
-  if (py::hasattr(source, "__array__") || PyObject_CheckBuffer(source.ptr()) != 0) {
-    py::array array = py::array::ensure(source);
-    if (array) {
-      return array;
-    }
-  }
-  return std::nullopt;
+  return array;
 }
 
 template <class T>
@@ -62,7 +67,7 @@ bool read_number(PyObject* source, double& number) {
     return true;
   }
   // Texts have no place among numbers, though float() would read them.
-  if (PyUnicode_Check(source) || PyBytes_Check(source)) {
+  if (is_text(source)) {
     return false;
   }
   number = PyFloat_AsDouble(source);
@@ -90,8 +95,7 @@ bool read_number(PyObject* source, long long& number) {
 // Python code, so nothing about the sequence is taken for granted from one item to the next.
 template <class ReadItem>
 bool read_items(py::handle source, ReadItem&& read) {
-  if (PySequence_Check(source.ptr()) == 0 || PyUnicode_Check(source.ptr()) ||
-      PyBytes_Check(source.ptr()) || PyByteArray_Check(source.ptr())) {
+  if (PySequence_Check(source.ptr()) == 0 || is_text(source)) {
     return false;
   }
   const auto items = py::reinterpret_steal<py::object>(PySequence_Fast(source.ptr(), ""));
@@ -102,8 +106,7 @@ bool read_items(py::handle source, ReadItem&& read) {
   InterruptPoller poll;
   for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(items.ptr()); ++i) {
     poll();
-    const auto item =
-        py::reinterpret_borrow<py::object>(PySequence_Fast_GET_ITEM(items.ptr(), i));
+    const auto item = py::reinterpret_borrow<py::object>(PySequence_Fast_GET_ITEM(items.ptr(), i));
     if (!read(item.ptr())) {
       return false;
     }
@@ -121,13 +124,8 @@ bool read_number_list(py::handle source, std::string_view kinds, std::vector<T>&
     if (array->size() == 0) {
       return true;
     }
-    if (is_of_kind(*array, kinds)) {
-      values.resize(static_cast<std::size_t>(array->size()));
-      return copy_values(*array, values.data());
-    }
-    if (array->dtype().kind() != 'O') {
-      return false;
-    }
+    values.resize(static_cast<std::size_t>(array->size()));
+    return is_of_kind(*array, kinds) && copy_values(*array, values.data());
   }
   return read_items(source, [&](PyObject* item) {
     T number{};
@@ -180,7 +178,7 @@ bool read_location(py::handle source, Vector3& location) {
 bool read_locations(py::handle source, Locations& locations) {
   static_assert(sizeof(Vector3) == 3 * sizeof(double));
   locations.clear();
-  if (const auto array = as_array(source); array && array->dtype().kind() != 'O') {
+  if (const auto array = as_array(source)) {
     if (!is_location_list_shape(*array)) {
       return false;
     }
@@ -228,8 +226,13 @@ bool read_integers(py::handle source, std::vector<int>& values) {
     return false;
   }
   values.assign(wide.begin(), wide.end());
-  // A number that the narrow type cannot hold has changed on the way.
-  return std::equal(wide.begin(), wide.end(), values.begin(), values.end());
+  // A number that the narrow type cannot hold has changed on the way; an unsigned one that the
+  // wide type could not hold has turned negative.
+  const auto array = as_array(source);
+  const bool is_unsigned = array && array->dtype().kind() == 'u';
+  return std::equal(wide.begin(), wide.end(), values.begin()) &&
+         (!is_unsigned ||
+          std::all_of(wide.begin(), wide.end(), [](long long v) { return v >= 0; }));
 }
 
 py::array_t<double> to_array(const Vector3& location) {

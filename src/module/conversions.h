@@ -55,8 +55,7 @@ struct type_caster<talvorix::Matrix3> {
 
 template <>
 struct type_caster<talvorix::Locations> {
-  PYBIND11_TYPE_CASTER(talvorix::Locations,
-                       const_name("List[numpy.ndarray[numpy.float64[3, 1]]]"));
+  PYBIND11_TYPE_CASTER(talvorix::Locations, const_name("List[numpy.ndarray[numpy.float64[3, 1]]]"));
   bool load(handle source, bool) { return talvorix::python::read_locations(source, value); }
   static handle cast(const talvorix::Locations& locations, return_value_policy, handle) {
     return talvorix::python::to_list(locations).release();

@@ -17,8 +17,8 @@ namespace {
 
 // Patch releases of the minor version that the module was built for are as good as its own.
 bool interpreter_is_the_right_one() {
-  const char* built_for = PYBIND11_TOSTRING(PY_MAJOR_VERSION) "." PYBIND11_TOSTRING(
-      PY_MINOR_VERSION);
+  const char* built_for =
+      PYBIND11_TOSTRING(PY_MAJOR_VERSION) "." PYBIND11_TOSTRING(PY_MINOR_VERSION);
   const char* running = Py_GetVersion();
   const std::size_t length = std::strlen(built_for);
   if (std::strncmp(running, built_for, length) == 0 &&
@@ -125,8 +125,7 @@ extern "C" PYBIND11_EXPORT PyObject* PyInit_talvorix() {
   // Single-phase initialisation. The state size of 0, not -1, lets a repeated import run the body.
   static PyModuleDef definition = {
       PyModuleDef_HEAD_INIT, "talvorix", nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr};
-  auto m = py::reinterpret_steal<py::module_>(
-      PyModule_Create2(&definition, PYTHON_API_VERSION));
+  auto m = py::reinterpret_steal<py::module_>(PyModule_Create2(&definition, PYTHON_API_VERSION));
   if (!m) {
     return nullptr;
   }

@@ -79,8 +79,8 @@ anisotropy_matrix : numpy.ndarray, shape (3, 3)
     Rows are the axes divided by their ranges. A singular matrix is not refused: its inverse then
     holds infinities or NaN.
 )")
-      .def(py::init<double, double, double, double, double, double>(), py::arg("r1"),
-           py::arg("r2"), py::arg("r3"), py::arg("azimuth"), py::arg("dip"), py::arg("rake"), R"(
+      .def(py::init<double, double, double, double, double, double>(), py::arg("r1"), py::arg("r2"),
+           py::arg("r3"), py::arg("azimuth"), py::arg("dip"), py::arg("rake"), R"(
 Make an ellipsoid from ranges and angles.
 
 Parameters
@@ -279,8 +279,8 @@ Returns
 -------
 numpy.ndarray, shape (3, 3)
 )");
-  m.def("generate_random_semisphere", &generate_random_semisphere, py::arg("size"),
-        py::arg("seed"), R"(
+  m.def("generate_random_semisphere", &generate_random_semisphere, py::arg("size"), py::arg("seed"),
+        R"(
 Spread directions over half the sphere.
 
 The Halton sequence of bases 2 and 3 from index `seed` on, turned by a random rotation that depends

@@ -149,10 +149,9 @@ Ellipsoid::Directions Ellipsoid::directions(int n_directions, int n_lags, std::i
 std::string Ellipsoid::text() const {
   const EllipsoidInfo e = info();
   std::array<char, 2200> buffer;
-  const int length = std::snprintf(
-      buffer.data(), buffer.size(),
-      "{r1: %f, r2: %f, r3: %f, azimuth: %f, dip: %f, rake: %f} ", e.r1, e.r2, e.r3, e.azimuth,
-      e.dip, e.rake);
+  const int length = std::snprintf(buffer.data(), buffer.size(),
+                                   "{r1: %f, r2: %f, r3: %f, azimuth: %f, dip: %f, rake: %f} ",
+                                   e.r1, e.r2, e.r3, e.azimuth, e.dip, e.rake);
   return {buffer.data(), static_cast<std::size_t>(length)};
 }
 
@@ -221,12 +220,9 @@ EllipsoidInfo extract_ellipsoid_info(const Matrix3& T) {
   } else {
     turn = std::fmod(3.0 * pi - std::atan2(-R(2, 1), R(2, 0)), 2.0 * pi);
   }
-  return {ranges[0],
-          ranges[1],
-          ranges[2],
-          std::fmod(450.0 - turn / pi * 180.0, 360.0),
-          dip / pi * -180.0,
-          rake / pi * 180.0};
+  return {ranges[0],         ranges[1],
+          ranges[2],         std::fmod(450.0 - turn / pi * 180.0, 360.0),
+          dip / pi * -180.0, rake / pi * 180.0};
 }
 
 }  // namespace talvorix

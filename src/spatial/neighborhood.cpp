@@ -50,8 +50,7 @@ class SearchTree {
  public:
   explicit SearchTree(Locations points)
       : points_{{std::move(points)}, {}},
-        tree_(tree_dimension, points_,
-              nanoflann::KDTreeSingleIndexAdaptorParams(tree_leaf_size)) {
+        tree_(tree_dimension, points_, nanoflann::KDTreeSingleIndexAdaptorParams(tree_leaf_size)) {
     // The points of a leaf are put next to each other, so that a query walks through memory.
     auto& order = leaf_order(tree_);
     given_.assign(order.begin(), order.end());

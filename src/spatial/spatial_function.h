@@ -13,7 +13,6 @@ struct SpatialFunction : std::function<double(const Vector3&)> {
 };
 
 // The function at every location.
-std::vector<double> evaluate(const SpatialFunction& function, const Locations& locs,
-                             int n_threads);
+std::vector<double> evaluate(const SpatialFunction& function, const Locations& locs, int n_threads);
 
 }  // namespace talvorix

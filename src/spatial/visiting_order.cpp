@@ -41,9 +41,9 @@ bool is_coherent(const Locations& targets, const Neighborhood& neighborhood, con
   double path = 0.0;
   std::size_t steps = 0;
   for (std::size_t i = 0; i + 1 < n; i += stride) {
-    const double step = (neighborhood.to_search_space(targets[i + 1]) -
-                         neighborhood.to_search_space(targets[i]))
-                            .norm();
+    const double step =
+        (neighborhood.to_search_space(targets[i + 1]) - neighborhood.to_search_space(targets[i]))
+            .norm();
     path += std::isfinite(step) ? step : 0.0;
     ++steps;
   }

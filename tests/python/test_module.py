@@ -1,0 +1,177 @@
+"""The module itself: how it is imported, its thread rule, and how it can be stopped."""
+
+import glob
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import numpy as np
+import pytest
+import talvorix
+
+
+def test_thread_rule():
+    hardware = len(os.sched_getaffinity(0))
+    for n in (0, -1, -5, -(2**31), hardware, hardware + 1, 2**31 - 1):
+        assert talvorix.check_n_threads(n) == hardware
+    assert talvorix.check_n_threads() == hardware and talvorix.check_n_threads(1) == 1
+    for call in (talvorix.set_fft_n_threads, lambda: talvorix.set_fft_n_threads(n_threads=-3)):
+        assert call() is None
+
+
+def test_import_again_after_removal():
+    first = sys.modules.pop("talvorix")
+    try:
+        import talvorix as second
+
+        assert second is not first and dir(second) == dir(first)
+        assert second.Ellipsoid is first.Ellipsoid
+        assert (
+            second.Neighborhood([[0, 0, 0]], first.Rotation(1, 2, 3)).nearest_neighbor([1, 1, 1])
+            == 0
+        )
+        del sys.modules["talvorix"]
+        import talvorix as third
+
+        assert third is not second and third.check_n_threads(1) == 1
+    finally:
+        sys.modules["talvorix"] = first
+
+
+def test_the_entry_is_the_only_export():
+    if not shutil.which("nm"):
+        pytest.skip("nm is not installed")
+    listing = subprocess.run(
+        ["nm", "-D", "--defined-only", talvorix.__file__],
+        capture_output=True,
+        text=True,
+        check=True,
+    )
+    assert [line.split()[-1] for line in listing.stdout.splitlines()] == ["PyInit_talvorix"]
+
+
+def other_interpreters():
+    root = os.environ.get("PYENV_ROOT", os.path.expanduser("~/.pyenv"))
+    paths = [shutil.which(f"python3.{minor}") for minor in range(9, 15)]
+    paths += glob.glob(f"{root}/versions/3.*/bin/python3")
+    script = "import sys; print(sys.implementation.name, *sys.version_info[:2])"
+    for path in filter(None, paths):
+        answer = subprocess.run([path, "-c", script], capture_output=True, text=True, check=False)
+        name, *version = (answer.stdout or "none").split()
+        if name == "cpython" and tuple(map(int, version)) != sys.version_info[:2]:
+            yield path
+
+
+def test_another_interpreter_is_refused():
+    path = next(other_interpreters(), None)
+    if path is None:
+        pytest.skip("no interpreter of another minor version is here")
+    script = f"""
+import importlib.machinery, importlib.util, sys
+loader = importlib.machinery.ExtensionFileLoader("talvorix", {talvorix.__file__!r})
+try:
+    importlib.util.module_from_spec(importlib.util.spec_from_loader("talvorix", loader))
+except ImportError as error:
+    print(str(error).replace(sys.version, "VERSION"))
+"""
+    answer = subprocess.run([path, "-c", script], capture_output=True, text=True, check=True)
+    assert answer.stdout.strip() == (
+        "Python version mismatch: module was compiled for Python {}.{}, but the interpreter "
+        "version is incompatible: VERSION.".format(*sys.version_info[:2])
+    )
+
+
+LONG_CALLS = {
+    # One system so large that factoring it alone would take minutes.
+    "one target": "t.compute_simple_kriging([[0, 0, 0]], X, z, covs, 0, n, len(X))",
+    "many targets": "t.compute_ordinary_kriging(np.tile(X, (40, 1)), X, z, covs, n, 60)",
+    "one thread": "t.OrdinaryKriging(covs, 60)(np.tile(X, (40, 1)), n, X, z, n_threads=1)",
+    "inverse distances": "t.IDW(max_radius=100)(X, n, X, z)",
+    "random directions": "t.generate_random_sphere(2**26, 1)",
+    "random models": "t.generate_covariances(e, 4, t.Kernel.gaussian, 2**24, 1, 9, 1, 2, 1, 2)",
+    "search structure": "t.Neighborhood(np.random.default_rng(0).random((9_000_000, 3)))",
+    "a function in parallel": "f = t.covariance_computer(covs * 2000).simulate(np.tile(X, (9, 1)))",
+}
+
+
+@pytest.mark.parametrize("call", LONG_CALLS.values(), ids=LONG_CALLS)
+def test_ctrl_c_is_answered_and_leaves_everything_usable(call):
+    script = f"""
+import time, numpy as np, talvorix as t
+X = np.random.default_rng(1).random((9000, 3)); z = X[:, 0].copy()
+e = t.Ellipsoid(1, 1, 1, 0, 0, 0); n = t.Neighborhood(X)
+covs = [t.Covariance.exponential(0.6, e), t.Covariance.gaussian(0.4, e)]
+print("ready", flush=True)
+try:
+    {call}
+    print("finished before it was stopped")
+except KeyboardInterrupt:
+    print("stopped", time.time())
+print(len(t.compute_simple_kriging(X, X, z, covs, 0, n, 4)[0]))
+"""
+    process = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, text=True)
+    try:
+        assert process.stdout.readline() == "ready\n"
+        time.sleep(0.7)
+        sent = time.time()
+        process.send_signal(signal.SIGINT)
+        stopped, count = process.communicate(timeout=60)[0].splitlines()
+    finally:
+        process.kill()
+    assert stopped.startswith("stopped"), stopped
+    assert float(stopped.split()[1]) - sent < 1.0
+    assert (count, process.returncode) == ("9000", 0)
+
+
+def small_job(n_threads=0):
+    points = np.random.default_rng(2).random((500, 3))
+    covs = [talvorix.Covariance.spherical(1.0, talvorix.Ellipsoid(1, 1, 1, 0, 0, 0))]
+    neighborhood = talvorix.Neighborhood(points)
+    return talvorix.compute_ordinary_kriging(
+        points + 0.01, points, points[:, 0], covs, neighborhood, 8, n_threads=n_threads
+    )
+
+
+def test_a_forked_child_can_work_in_parallel():
+    expected = small_job(2)
+    child = os.fork()
+    if child == 0:
+        os._exit(0 if small_job(2) == expected else 1)
+    deadline = time.monotonic() + 20
+    while time.monotonic() < deadline:
+        done, status = os.waitpid(child, os.WNOHANG)
+        if done:
+            assert os.waitstatus_to_exitcode(status) == 0
+            return
+        time.sleep(0.01)
+    os.kill(child, signal.SIGKILL)
+    os.waitpid(child, 0)
+    pytest.fail("the child hangs")
+
+
+@pytest.mark.quick
+def test_calls_from_several_python_threads():
+    expected, results = small_job(), []
+    threads = [threading.Thread(target=lambda: results.append(small_job())) for _ in range(6)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert results == [expected] * 6
+
+
+@pytest.mark.quick
+def test_every_public_name_explains_itself():
+    for name, thing in vars(talvorix).items():
+        if name.startswith("__"):
+            continue
+        assert thing.__doc__ and len(thing.__doc__.strip()) > 20, name
+        for member, function in vars(thing).items() if isinstance(thing, type) else ():
+            if callable(function) and not member.startswith("_"):
+                assert len(function.__doc__.split("\n", 1)[-1].strip()) > 8, (name, member)
+    assert pathlib.Path(talvorix.__file__).suffix == ".so"
