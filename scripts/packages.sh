@@ -69,12 +69,18 @@ install_packages() {
             say "this is neither root nor is there sudo; run as root: $by_hand"
             exit 1
         fi
-        if ! sudo -n true 2>/dev/null; then
-            say "missing: $wanted"
-            say "sudo asks for a password, and nothing here may ask; run: sudo sh -c '$by_hand'"
-            exit 1
-        fi
         as_root=(sudo -n)
+        if ! sudo -n true 2>/dev/null; then
+            # Someone at a terminal can be asked; a script cannot.
+            if [[ ! -t 0 ]]; then
+                say "missing: $wanted"
+                say "sudo asks for a password, and there is no terminal to ask at; run:" \
+                    "sudo sh -c '$by_hand'"
+                exit 1
+            fi
+            say "sudo may ask for your password to install: $wanted"
+            as_root=(sudo)
+        fi
     fi
     # sudo drops the environment, hence env inside it.
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive NEEDRESTART_MODE=a
