@@ -1,0 +1,122 @@
+"""The type stubs against the module, against what its calls accept, and against type checkers."""
+
+import importlib.metadata
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parents[2]
+TOOL = ROOT / "tools" / "make_stubs.py"
+COMMITTED = ROOT / "src" / "module" / "talvorix.pyi"
+
+BASE = """\
+import numpy as np
+import talvorix
+from numpy.typing import NDArray
+from talvorix import Covariance, Ellipsoid, Kernel, Neighborhood
+
+table = np.random.default_rng(1).random((5, 3))
+triples = [(0, 0, 1), (1.5, 2, 3), (4, 5, 6)]
+ellipsoid = Ellipsoid(10, 5, np.float32(2), 0, 0, 0)
+around = Neighborhood(table, ellipsoid)
+nugget = Covariance.nugget(0.5)
+model = [Covariance.spherical(0.5, ellipsoid), nugget]
+"""
+RIGHT = """\
+Ellipsoid(ellipsoid.matrix())
+Ellipsoid([[1, 0, 0], [0, 1, 0], [0, 0, 1]])
+Ellipsoid((3, 2, 1), np.zeros((3, 1), dtype=np.float32))
+Ellipsoid(ellipsoid.info())
+for locations in (Neighborhood(list(table)), Neighborhood(triples), Neighborhood(table > 0.5)):
+    found: list[int] = locations.find_neighbors((0, 0, 0), 2)
+    found += locations.find_neighbors(talvorix.Direction(30, 10), max_radius=4.0)
+    found += locations.find_neighbors(table[0], np.int64(2))
+values = np.arange(5)
+simple = talvorix.SimpleKriging(tuple(model), np.mean(values), 4, dhids=[0, 0, 1, 1, 1])
+estimates: list[float] = simple(triples, around, table, values)
+estimates += simple([np.zeros(3), np.zeros((3, 1))], around, list(table), [1, 2.5, 3, 4, 5])
+estimates, variances = talvorix.compute_ordinary_kriging(
+    triples, table, values, model, around, np.int64(3), dhids=values, max_radius=2
+)
+chosen = [talvorix.IDW(), talvorix.IDW(np.float32(2), max_neighbors=5), talvorix.IDW(model, 2)]
+mapped: NDArray[np.float64] = ellipsoid.forward((1, 2, 3))
+mapped = ellipsoid.forward(mapped)
+each: list[NDArray[np.float64]] = ellipsoid.backward(triples)
+each = ellipsoid.forward(each)
+each = ellipsoid.forward(table)
+each = ellipsoid.forward(table, 1) + ellipsoid.forward(locs=table)
+half: float = Kernel.spherical(0.5) + model[0](mapped) + nugget.sill
+text: str = nugget.type + str(ellipsoid)
+models = talvorix.generate_covariances(ellipsoid, 2, Kernel.gaussian, 3, 7, 10, 0.5, 1, 0.1, 1)
+estimates += talvorix.covariance_computer(models[0]).simulate(triples, n_threads=1)
+"""
+WRONG = """\
+Kernel()
+Kernel(0.5)
+Covariance()
+talvorix.SpatialFunction(lambda lag: 1.0)
+nugget.sill = 2
+Ellipsoid(1, 2, 3)
+Neighborhood((1, 2, 3))
+around.find_neighbors((0, 0, 0), "4")
+talvorix.IDW()(triples, around, table, "12345")
+talvorix.IDW()(triples, around, table, np.float64(1))
+talvorix.IDW()(triples, around, table, [np.zeros(3)] * 5)
+talvorix.IDW(dhids=[0.5])
+talvorix.IDW(dhids=np.zeros(5))
+talvorix.IDW(max_neighbors=2.5)
+talvorix.SimpleKriging(nugget, 0, 4)
+talvorix.covariance_computer([Kernel.spherical])
+ellipsoid.forward(triples).shape
+ellipsoid.forward((1, 2, 3)).append
+talvorix.Locations
+"""
+
+
+def run(*arguments, folder=None):
+    command = [sys.executable, *map(str, arguments)]
+    return subprocess.run(command, cwd=folder, capture_output=True, text=True, timeout=300)
+
+
+def test_the_stubs_kept_and_installed_are_those_of_the_module(tmp_path):
+    done = run(TOOL, "--check")
+    assert done.returncode == 0, done.stdout + done.stderr
+    distribution = importlib.metadata.distribution("talvorix")
+    for name in ("talvorix.pyi", "talvorix-stubs/__init__.pyi"):
+        assert distribution.locate_file(name).read_text() == COMMITTED.read_text(), name
+    assert distribution.locate_file("talvorix-stubs/py.typed").exists()
+
+    changed = COMMITTED.read_text().replace("def nugget(sill:", "def nugget(still:")
+    (tmp_path / "talvorix.pyi").write_text(changed)
+    (tmp_path / "talvorix").mkdir()
+    (tmp_path / "talvorix" / "gone.pyi").touch()
+    done = run(TOOL, "--check", "--folder", tmp_path)
+    assert done.returncode == 1
+    assert re.search(r"^-.*still:.*\n\+.*sill:", done.stdout, re.MULTILINE)
+    assert "gone.pyi" in done.stdout
+
+
+def test_every_name_of_the_module_is_in_the_stubs_and_the_other_way_round(tmp_path):
+    done = run("-m", "mypy.stubtest", "--concise", "talvorix", folder=tmp_path)
+    # The type of all classes that pybind11 binds is not for users.
+    faults = [line for line in done.stdout.splitlines() if "metaclass differs" not in line]
+    assert not faults and not done.stderr, done.stdout + done.stderr
+
+
+def test_what_the_types_say_is_what_the_calls_accept(tmp_path):
+    (tmp_path / "right.py").write_text(BASE + RIGHT)
+    (tmp_path / "wrong.py").write_text(BASE + WRONG)
+    done = run("-m", "mypy", "--strict", "right.py", "wrong.py", folder=tmp_path)
+    refused = re.findall(r"^(\w+)\.py:(\d+): error", done.stdout, re.MULTILINE)
+    first = len(BASE.splitlines()) + 1
+    lines = range(first, first + len(WRONG.splitlines()))
+    assert [("wrong", str(line)) for line in lines] == refused, done.stdout + done.stderr
+
+    names = {}
+    exec(BASE + RIGHT, names)
+    for line in WRONG.splitlines():
+        with pytest.raises((TypeError, AttributeError)):
+            exec(line, names)
