@@ -1,10 +1,9 @@
 #include "estimation/idw.h"
 
-#include "core/parallel.h"
 #include "core/weight_power.h"
 #include "covariance/covariance_computer.h"
 #include "covariance/mapped_model.h"
-#include "spatial/visiting_order.h"
+#include "estimation/target_loop.h"
 
 #include <cmath>
 #include <limits>
@@ -55,39 +54,23 @@ class WeightedMeans {
   double coincident_values_ = 0.0;
 };
 
-// Runs over the targets. make_adder(worker) gives a worker its own function
-// (neighbors, target, means) that adds the neighbours of one target to its sums.
+// Runs over the targets. make_adder() gives a worker its own function (neighbors, target, means)
+// that adds the neighbours of one target to its sums.
 template <class MakeAdder>
 std::vector<double> weighted_means(const EstimationInput& input, const IdwParameters& parameters,
                                    const NeiGetter& getter, int n_threads,
                                    const MakeAdder& make_adder) {
-  const std::size_t n_targets = input.target_locs.size();
-  std::vector<double> result(n_targets, 0.0);
-  const auto order = visiting_order(input.target_locs, input.neighborhood, n_threads);
-  std::visit(
-      [&](const auto& neighbors_of) {
-        parallel_blocks(n_targets, n_threads,
-                        [&](Worker& worker, std::size_t begin, std::size_t end) {
-                          SearchScratch search;
-                          auto add_neighbors = make_adder();
-                          for (std::size_t k = begin; k < end; ++k) {
-                            worker.poll();
-                            const std::size_t i = order[k];
-                            const Vector3& target = input.target_locs[i];
-                            neighbors_of(target, search);
-                            if (search.indices.empty()) {
-                              result[i] = nan;
-                            } else if (search.indices.size() == 1) {
-                              result[i] = input.data[search.indices.front()];
-                            } else {
-                              WeightedMeans means(parameters.max_weight);
-                              add_neighbors(search.indices, target, means);
-                              result[i] = means.combined();
-                            }
-                          }
-                        });
-      },
-      getter);
+  std::vector<double> result(input.target_locs.size(), 0.0);
+  const auto make_method = [&](Worker&) {
+    return [&parameters, add_neighbors = make_adder()](const std::vector<std::size_t>& neighbors,
+                                                       const Vector3& target) mutable {
+      WeightedMeans means(parameters.max_weight);
+      add_neighbors(neighbors, target, means);
+      return Estimate{means.combined()};
+    };
+  };
+  estimate_targets(input, getter, n_threads, make_method,
+                   [&](std::size_t i, const Estimate& estimate) { result[i] = estimate.value; });
   return result;
 }
 

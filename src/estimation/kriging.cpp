@@ -1,13 +1,11 @@
 #include "estimation/kriging.h"
 
-#include "core/parallel.h"
 #include "covariance/covariance_computer.h"
 #include "covariance/mapped_model.h"
 #include "estimation/symmetric_solver.h"
-#include "spatial/visiting_order.h"
+#include "estimation/target_loop.h"
 
 #include <algorithm>
-#include <limits>
 #include <memory>
 #include <utility>
 
@@ -55,8 +53,7 @@ class KrigingSolver {
         points_(model),
         poll_([&worker] { worker.poll(); }) {}
 
-  std::pair<double, double> solve(const std::vector<std::size_t>& neighbors,
-                                  const Vector3& target) {
+  Estimate solve(const std::vector<std::size_t>& neighbors, const Vector3& target) {
     if (neighbors != factored_) {
       factored_.clear();
       factor(neighbors);
@@ -144,34 +141,17 @@ KrigingResult krige(const System& system, const EstimationInput& input, const Co
   }
   n_threads = check_n_threads(n_threads);
   const MappedModel model(create_cov_computer(covs, -1), input.data_locs, n_threads);
-  const auto order = visiting_order(input.target_locs, input.neighborhood, n_threads);
-  std::visit(
-      [&](const auto& neighbors_of) {
-        parallel_blocks(n_targets, n_threads,
-                        [&](Worker& worker, std::size_t begin, std::size_t end) {
-                          SearchScratch search;
-                          const auto solver =
-                              std::make_unique<KrigingSolver<System>>(system, model, input, worker);
-                          for (std::size_t k = begin; k < end; ++k) {
-                            worker.poll();
-                            const std::size_t i = order[k];
-                            const Vector3& target = input.target_locs[i];
-                            neighbors_of(target, search);
-                            switch (search.indices.size()) {
-                              case 0:
-                                result.estimates[i] = std::numeric_limits<double>::quiet_NaN();
-                                break;
-                              case 1:
-                                result.estimates[i] = input.data[search.indices.front()];
-                                break;
-                              default:
-                                std::tie(result.estimates[i], result.variances[i]) =
-                                    solver->solve(search.indices, target);
-                            }
-                          }
-                        });
-      },
-      getter);
+  const auto make_method = [&](Worker& worker) {
+    return [solver = std::make_unique<KrigingSolver<System>>(system, model, input, worker)](
+               const std::vector<std::size_t>& neighbors, const Vector3& target) {
+      return solver->solve(neighbors, target);
+    };
+  };
+  estimate_targets(input, getter, n_threads, make_method,
+                   [&](std::size_t i, const Estimate& estimate) {
+                     result.estimates[i] = estimate.value;
+                     result.variances[i] = estimate.variance;
+                   });
   return result;
 }
 
