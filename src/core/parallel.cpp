@@ -9,6 +9,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace talvorix {
@@ -31,6 +32,10 @@ void watch_forks() {
   (void)registered;
 }
 
+// Whether this thread may look for the user's wish to stop: it entered the library, rather than
+// being a worker of a region from which another one is started.
+thread_local bool entered_library = true;
+
 class Region {
  public:
   Region(int n_workers, const std::function<void(Worker&)>& job)
@@ -38,7 +43,7 @@ class Region {
 
   void run(int index, bool on_calling_thread) {
     try {
-      Worker worker(index, on_calling_thread, stop_);
+      Worker worker(index, on_calling_thread && entered_library, stop_);
       if (!stop_.load(std::memory_order_relaxed)) {
         job_(worker);
       }
@@ -58,7 +63,7 @@ class Region {
     std::unique_lock lock(mutex_);
     while (unfinished_ > 0) {
       all_finished_.wait_for(lock, std::chrono::milliseconds(50));
-      if (unfinished_ > 0 && !stop_.load(std::memory_order_relaxed)) {
+      if (unfinished_ > 0 && entered_library && !stop_.load(std::memory_order_relaxed)) {
         lock.unlock();
         try {
           poll();
@@ -131,12 +136,14 @@ void run_workers(int n_workers, const std::function<void(Worker&)>& job) {
     {
       // The runtime may give fewer threads than asked for; each then takes several numbers.
       const int thread = omp_get_thread_num();
+      const bool outside = std::exchange(entered_library, entered_library && thread == 0);
       for (int index = thread; index < n_workers; index += omp_get_num_threads()) {
         region.run(index, thread == 0);
       }
       if (thread == 0) {
         region.wait();
       }
+      entered_library = outside;
     }
   }
   region.rethrow();

@@ -39,7 +39,7 @@ float
 }
 
 void bind_covariance(py::module_& m) {
-  const auto structure = [](CovarianceType type) {
+  const auto structure = [](Covariance::Type type) {
     return [type](double sill, const Ellipsoid& ellipsoid) {
       return Covariance::of_type(type, sill, ellipsoid);
     };
@@ -48,7 +48,7 @@ void bind_covariance(py::module_& m) {
 One structure of a covariance model. A model is a list of structures, nuggets included, and its
 covariance is their sum.
 )")
-      .def_static("spherical", structure(CovarianceType::spherical), py::arg("sill"),
+      .def_static("spherical", structure(Covariance::Type::spherical), py::arg("sill"),
                   py::arg("ellipsoid"), R"(
 Make a structure with the spherical kernel.
 
@@ -62,10 +62,10 @@ Returns
 -------
 Covariance
 )")
-      .def_static("gaussian", structure(CovarianceType::gaussian), py::arg("sill"),
+      .def_static("gaussian", structure(Covariance::Type::gaussian), py::arg("sill"),
                   py::arg("ellipsoid"),
                   "Make a structure with the gaussian kernel; arguments as for `spherical`.")
-      .def_static("exponential", structure(CovarianceType::exponential), py::arg("sill"),
+      .def_static("exponential", structure(Covariance::Type::exponential), py::arg("sill"),
                   py::arg("ellipsoid"),
                   "Make a structure with the exponential kernel; arguments as for `spherical`.")
       .def_static("nugget", &Covariance::nugget, py::arg("sill"), R"(

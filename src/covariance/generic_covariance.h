@@ -1,6 +1,6 @@
 #pragma once
 
-#include "covariance/kernel.h"
+#include "covariance/covariance.h"
 
 #include <Eigen/Core>
 
@@ -18,7 +18,7 @@ using GenericVector = Eigen::Matrix<T, 3, 1>;
 // Angles in radians, in the form that the rotation matrices take them.
 template <class T>
 struct generic_cov_structure {
-  CovarianceType type;
+  Covariance::Type type;
   T sill;
   T r1, r2, r3;
   T azimuth, dip, rake;
@@ -29,27 +29,27 @@ struct generic_cov_structure {
 template <class T>
 class GenericKernel {
  public:
-  explicit GenericKernel(CovarianceType type) : type_(type) {}
+  explicit GenericKernel(Covariance::Type type) : type_(type) {}
 
   T operator()(const T& h) const {
     using std::exp;
     switch (type_) {
-      case CovarianceType::spherical:
+      case Covariance::Type::spherical:
         return h > T(1.0) ? T(0.0) : T((1.0 - 1.5 * h) + (0.5 * h * h) * h);
-      case CovarianceType::gaussian:
+      case Covariance::Type::gaussian:
         return exp(-3.0 * h * h);
-      case CovarianceType::exponential:
+      case Covariance::Type::exponential:
         return exp(-3.0 * h);
-      case CovarianceType::idw:
+      case Covariance::Type::idw:
         return h < T(1e-6) ? T(1000000.0) : T(1.0 / (h * h));
-      case CovarianceType::nugget:
+      case Covariance::Type::nugget:
         break;
     }
     return h < T(1e-30) ? T(1.0) : T(0.0);
   }
 
  private:
-  CovarianceType type_;
+  Covariance::Type type_;
 };
 
 template <class T>
@@ -116,12 +116,12 @@ class GenericNestedCovariance {
 };
 
 template <class T>
-GenericKernel<T> create_cov_kernel(CovarianceType type) {
+GenericKernel<T> create_cov_kernel(Covariance::Type type) {
   return GenericKernel<T>(type);
 }
 
 template <class T>
-GenericCovariance<T> create_cov(CovarianceType type, const T& sill, const T& r1, const T& r2,
+GenericCovariance<T> create_cov(Covariance::Type type, const T& sill, const T& r1, const T& r2,
                                 const T& r3, const T& azimuth, const T& dip, const T& rake) {
   return GenericCovariance<T>({type, sill, r1, r2, r3, azimuth, dip, rake});
 }

@@ -45,30 +45,6 @@ void accumulate_lanes(const double* __restrict squared_distances, std::size_t co
 
 }  // namespace
 
-CovarianceType parse_covariance_type(std::string_view text) {
-  if (text == "spherical") return CovarianceType::spherical;
-  if (text == "gaussian") return CovarianceType::gaussian;
-  if (text == "exponential") return CovarianceType::exponential;
-  if (text == "idw") return CovarianceType::idw;
-  return CovarianceType::nugget;
-}
-
-std::string to_text(CovarianceType type) {
-  switch (type) {
-    case CovarianceType::spherical:
-      return "spherical";
-    case CovarianceType::gaussian:
-      return "gaussian";
-    case CovarianceType::exponential:
-      return "exponential";
-    case CovarianceType::idw:
-      return "idw";
-    case CovarianceType::nugget:
-      break;
-  }
-  return "nugget";
-}
-
 double Kernel::operator()(double h) const {
   switch (form_) {
     case Form::spherical:
@@ -113,22 +89,6 @@ void Kernel::accumulate(const double* squared_distances, std::size_t count, doub
   for (std::size_t i = 0; i < count; ++i) {
     sums[i] += sill * (*this)(std::sqrt(squared_distances[i]));
   }
-}
-
-Kernel plain_kernel(CovarianceType type) {
-  switch (type) {
-    case CovarianceType::spherical:
-      return Kernel::spherical();
-    case CovarianceType::gaussian:
-      return Kernel::gaussian();
-    case CovarianceType::exponential:
-      return Kernel::exponential();
-    case CovarianceType::idw:
-      return Kernel::idw();
-    case CovarianceType::nugget:
-      break;
-  }
-  return Kernel::nugget();
 }
 
 }  // namespace talvorix

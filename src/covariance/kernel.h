@@ -3,23 +3,8 @@
 #include <cmath>
 #include <cstddef>
 #include <functional>
-#include <string>
-#include <string_view>
 
 namespace talvorix {
-
-// The kinds of structure a model is made of. The numbers are part of the interface.
-enum class CovarianceType : int {
-  spherical = 1,
-  gaussian = 2,
-  exponential = 3,
-  nugget = 4,
-  idw = 5,
-};
-
-// Any text but the four exact lower-case names of the other types is a nugget.
-CovarianceType parse_covariance_type(std::string_view text);
-std::string to_text(CovarianceType type);
 
 // Correlations of a normalised distance h: 1 at zero, and at 1 the practical range.
 inline double spherical_kernel(double h) {
@@ -62,8 +47,5 @@ class Kernel {
   Form form_;
   std::function<double(double)> function_;
 };
-
-// The plain kernel of a type; unknown types give the nugget's.
-Kernel plain_kernel(CovarianceType type);
 
 }  // namespace talvorix

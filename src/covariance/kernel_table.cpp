@@ -1,5 +1,6 @@
 #include "covariance/kernel_table.h"
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -43,7 +44,7 @@ Kernel tabulated(KernelTable& table, const Covariance& cov, int n) {
   if (n > 0) {
     table.grow(cov.kernel, static_cast<std::size_t>(n));
   }
-  return Kernel([&table, n](double h) {
+  return Kernel([&table, n = std::max(n, 0)](double h) {
     const double a = h < 0.0 ? -h : h;
     const double position = n * a;
     // True exactly when the position truncated to an integer is below n.
@@ -58,14 +59,14 @@ double zero(double) { return 0.0; }
 Kernel get_kernel(const Covariance& cov, int n) {
   const std::lock_guard lock(tables_mutex);
   switch (cov.type) {
-    case CovarianceType::spherical:
+    case Covariance::Type::spherical:
       return tabulated<zero>(spherical_table, cov, n);
-    case CovarianceType::gaussian:
+    case Covariance::Type::gaussian:
       return tabulated<gaussian_kernel>(gaussian_table, cov, n);
-    case CovarianceType::exponential:
+    case Covariance::Type::exponential:
       return tabulated<exponential_kernel>(exponential_table, cov, n);
-    case CovarianceType::nugget:
-    case CovarianceType::idw:
+    case Covariance::Type::nugget:
+    case Covariance::Type::idw:
       break;
   }
   return cov.kernel;

@@ -63,7 +63,7 @@ class GatheredPoints {
   // Calls store(j, column) for every gathered point j from the first, where column holds its
   // covariances with the points j + 1 to size() - 1. between() is called between pieces of work of
   // about a thousand pairs. Returns whether two of the points may stand at the same place: false
-  // only when all pairs are apart.
+  // only when all pairs are apart, or the model has no structure to tell by.
   template <class Store, class Between>
   bool pair_covariances(Store&& store, Between&& between);
 

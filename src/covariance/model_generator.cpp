@@ -70,7 +70,7 @@ std::vector<CovarianceModel> generate_covariances(const Ellipsoid& ellipsoid, in
     model.reserve(n_structures + 1);
     for (std::size_t k = 0; k < n_structures; ++k) {
       model.push_back(
-          {CovarianceType::spherical, weights[k] / weight_sum, ellipsoids[k], cov_kernel});
+          {Covariance::Type::spherical, weights[k] / weight_sum, ellipsoids[k], cov_kernel});
     }
     model.push_back(Covariance::nugget(weights.back() / weight_sum));
     models.push_back(std::move(model));
