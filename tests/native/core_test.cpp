@@ -136,6 +136,15 @@ TEST(Parallel, InterruptsAreLookedForByTheCallingThreadAlone) {
     EXPECT_GE(checking_threads.size(), 4U) << "slow from step " << slow_from;
     EXPECT_LE(checking_threads.size(), at_most) << "slow from step " << slow_from;
   }
+  // A worker that starts a region of its own does not become a calling thread by it.
+  checking_threads.clear();
+  const auto until = Clock::now() + milliseconds(200);
+  const auto poll_a_while = [&](Worker& worker) {
+    while (Clock::now() < until) worker.poll();
+  };
+  run_workers(3, [&](Worker&) { run_workers(2, poll_a_while); });
+  EXPECT_EQ(checking_threads.count(std::this_thread::get_id()), checking_threads.size());
+  EXPECT_FALSE(checking_threads.empty());
   // Also when it has nothing left to do but wait for the others.
   wants_to_stop = true;
   const auto all_but_first = [](Worker& w) { return w.index() > 0 ? poll_for_ever(w) : void(); };
