@@ -102,7 +102,9 @@ Vector3 Ellipsoid::axis(int rank) const {
 
 Locations Ellipsoid::surface(int n_points, std::int64_t seed) const {
   Locations points = generate_random_sphere(n_points, seed);
+  InterruptPoller poll;
   for (Vector3& point : points) {
+    poll();
     point = inv_matrix_ * point;
   }
   return points;

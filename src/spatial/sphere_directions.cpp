@@ -51,7 +51,9 @@ void turn_at_random(Locations& points, std::int64_t seed) {
   const double dip = -90.0 * uniform(rng);
   const double rake = 360.0 * uniform(rng);
   const Matrix3 turn = rotation(azimuth, dip, rake).matrix();
+  InterruptPoller poll;
   for (Vector3& point : points) {
+    poll();
     point = turn * point;
   }
 }

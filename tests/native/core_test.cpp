@@ -2,19 +2,15 @@
 #include "core/random.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <limits>
 #include <map>
 #include <mutex>
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -140,7 +136,8 @@ TEST(Parallel, InterruptsAreLookedForByTheCallingThreadAlone) {
   checking_threads.clear();
   const auto until = Clock::now() + milliseconds(200);
   const auto poll_a_while = [&](Worker& worker) {
-    while (Clock::now() < until) worker.poll();
+    while (Clock::now() < until)
+      worker.poll();
   };
   run_workers(3, [&](Worker&) { run_workers(2, poll_a_while); });
   EXPECT_EQ(checking_threads.count(std::this_thread::get_id()), checking_threads.size());
@@ -153,26 +150,6 @@ TEST(Parallel, InterruptsAreLookedForByTheCallingThreadAlone) {
   EXPECT_THROW(run_workers(3, all_but_first), Interrupted);
   set_interrupt_check(nullptr);
   EXPECT_TRUE(next_loop_works());
-}
-
-TEST(Parallel, ForkedChildRunsLoops) {
-  if (std::string_view(TALVORIX_SANITIZE) == "thread") {
-    GTEST_SKIP() << "the thread sanitizer does not follow threads across a fork";
-  }
-  ASSERT_TRUE(next_loop_works());
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    _exit(next_loop_works() ? 0 : 1);
-  }
-  int status = -1;
-  if (!comes_true([&] { return waitpid(child, &status, WNOHANG) == child; })) {
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-    FAIL() << "the child hung";
-  }
-  EXPECT_EQ(status, 0);
-  EXPECT_TRUE(next_loop_works()) << "in the parent, after the fork";
 }
 
 constexpr std::uint32_t largest = std::numeric_limits<std::uint32_t>::max();
