@@ -187,12 +187,22 @@ class StubWriter(ast.NodeTransformer):
         text = property.__dict__["__doc__"].__get__(attribute)
         return [node, docstring(text)] if text else node
 
+    def visit_Expr(self, node: ast.Expr) -> ast.Expr:
+        # Whether the docstring of such a property is written already depends on the interpreter.
+        is_text = isinstance(node.value, ast.Constant) and isinstance(node.value.value, str)
+        return docstring(node.value.value) if is_text else node
+
     def settle(self, statements: Iterable[ast.stmt]) -> list[ast.stmt]:
         """Visit the statements of a module or a class, and look at overloads side by side."""
         # The body of a class can have a docstring and be visited as a module's can.
         body = ast.Module(list(statements), [])
         clean_docstring(body)
         visited = self.generic_visit(body).body
+        visited = [
+            node
+            for before, node in zip([None, *visited], visited, strict=False)
+            if not (isinstance(node, ast.Expr) and before and ast.dump(before) == ast.dump(node))
+        ]
         groups = itertools.groupby(visited, key=lambda node: getattr(node, "name", None))
         return list(itertools.chain.from_iterable(part_arrays(list(group)) for _, group in groups))
 
