@@ -13,14 +13,16 @@ namespace talvorix {
 
 namespace {
 
+using Column = Eigen::Map<Eigen::VectorXd>;
+
 // What the two kinds of kriging add to the system of the data, and to the weighted sum.
 struct SimpleSystem {
   static constexpr Eigen::Index extra_equations = 0;
   double mean;
 
   void complete_matrix(SymmetricSolver&, Eigen::Index) const {}
-  void complete_right_side(Eigen::VectorXd&, Eigen::Index) const {}
-  double constant_term(const Eigen::VectorXd& weights, Eigen::Index n) const {
+  void complete_right_side(Column, Eigen::Index) const {}
+  double constant_term(const Column& weights, Eigen::Index n) const {
     return (1.0 - weights.head(n).sum()) * mean;
   }
 };
@@ -34,9 +36,9 @@ struct OrdinarySystem {
     }
     solver.column(n)[n] = 0.0;
   }
-  void complete_right_side(Eigen::VectorXd& b, Eigen::Index n) const { b[n] = 1.0; }
+  void complete_right_side(Column b, Eigen::Index n) const { b[n] = 1.0; }
   // The multiplier enters the estimate on purpose, as if it were the weight of a datum of 1.
-  double constant_term(const Eigen::VectorXd& weights, Eigen::Index n) const { return weights[n]; }
+  double constant_term(const Column& weights, Eigen::Index n) const { return weights[n]; }
 };
 
 // Solves one target after the other. The factored system is kept: when the next target has the
@@ -60,16 +62,24 @@ class KrigingSolver {
       factored_ = neighbors;
     }
     const auto n = static_cast<Eigen::Index>(points_.size());
-    right_side_.resize(n + System::extra_equations);
-    right_side_.head(n) = Eigen::Map<const Eigen::VectorXd>(points_.covariances_with(target), n);
-    system_.complete_right_side(right_side_, n);
-    weights_ = right_side_;
-    solver_.solve(weights_);
-    double estimate = system_.constant_term(weights_, n);
-    for (Eigen::Index i = 0; i < n; ++i) {
-      estimate += weights_[i] * input_.data[used_[static_cast<std::size_t>(i)]];
+    const Eigen::Index n_equations = n + System::extra_equations;
+    if (right_side_.size() < n_equations) {
+      right_side_.resize(2 * n_equations);
+      weights_.resize(2 * n_equations);
     }
-    const double variance = model_.sill() - weights_.dot(right_side_);
+    // Both begin where their storage does, which is aligned: the order that sums are taken in
+    // depends on alignment, and results must not.
+    Column right_side(right_side_.data(), n_equations);
+    Column weights(weights_.data(), n_equations);
+    std::copy_n(points_.covariances_with(target), n, right_side.data());
+    system_.complete_right_side(right_side, n);
+    weights = right_side;
+    solver_.solve(weights);
+    double estimate = system_.constant_term(weights, n);
+    for (Eigen::Index i = 0; i < n; ++i) {
+      estimate += weights[i] * input_.data[used_[static_cast<std::size_t>(i)]];
+    }
+    const double variance = model_.sill() - weights.dot(right_side);
     return {estimate, variance <= 1e-10 ? 1e-10 : variance};
   }
 

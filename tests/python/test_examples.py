@@ -1,7 +1,7 @@
 """The example script against brute-force searches, direct calls and bad input."""
 
 import csv
-import importlib.util
+import importlib
 import re
 import subprocess
 import sys
@@ -204,10 +204,8 @@ GOOD = {"--structure": "spherical 1 9 9 9", "--search": "9 9 9"} | {
 def test_bad_input_exits_2_and_names_the_place(
     tmp_path, monkeypatch, capsys, row, changed, expected
 ):
-    spec = importlib.util.spec_from_file_location("estimate_drillholes", SCRIPT)
-    script = importlib.util.module_from_spec(spec)
-    monkeypatch.setitem(sys.modules, spec.name, script)
-    spec.loader.exec_module(script)
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(SCRIPT.stem)
     monkeypatch.chdir(tmp_path)
     rows = ROWS if row is None else [*ROWS[:3], row, *ROWS[4:]]
     Path("table.csv").write_text("\n".join([HEADER, *rows]) + "\n")
