@@ -88,6 +88,21 @@ void register_families(py::module_& m) {
   register_estimation_module(m);
 }
 
+// An object made by __new__ alone holds no value. Where one is asked for, the binding library would
+// hand out raw memory in its place.
+void refuse_objects_without_value(const py::module_& m) {
+  for (const auto& [name, thing] : m.attr("__dict__").cast<py::dict>()) {
+    if (PyType_Check(thing.ptr()) == 0) {
+      continue;
+    }
+    if (auto* type = py::detail::get_type_info(reinterpret_cast<PyTypeObject*>(thing.ptr()))) {
+      type->operator_new = [](std::size_t) -> void* {
+        throw py::type_error("the object was never initialised: its class was not called");
+      };
+    }
+  }
+}
+
 // The body runs again when the module is imported after its removal from sys.modules. Classes can
 // be made only once a process, so a later module is given those of the first.
 void module_body(py::module_& m) {
@@ -100,6 +115,7 @@ void module_body(py::module_& m) {
     const py::set own_names(m.attr("__dict__"));
     define_thread_functions(m);
     register_families(m);
+    refuse_objects_without_value(m);
     py::dict names;
     for (const auto& [name, value] : m.attr("__dict__").cast<py::dict>()) {
       if (!own_names.contains(name)) {

@@ -170,6 +170,26 @@ def test_calls_from_several_python_threads():
 
 
 @pytest.mark.quick
+def test_objects_made_without_their_constructor_are_refused():
+    def raw(cls):
+        return cls.__new__(cls)
+
+    uses = [
+        lambda: raw(talvorix.Kernel)(0.5),
+        lambda: raw(talvorix.SpatialFunction)([0, 0, 0]),
+        lambda: raw(talvorix.Covariance).sill,
+        lambda: raw(talvorix.EllipsoidInfo).r1(),
+        lambda: raw(talvorix.Neighborhood).nearest_neighbor([0, 0, 0]),
+        lambda: talvorix.Neighborhood([[0, 0, 0]], raw(talvorix.Ellipsoid)),
+        lambda: talvorix.covariance_computer([raw(talvorix.Covariance)]),
+        lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
+    ]
+    for use in uses:
+        with pytest.raises(TypeError, match="never initialised"):
+            use()
+
+
+@pytest.mark.quick
 def test_every_public_name_explains_itself():
     for name, thing in vars(talvorix).items():
         if name.startswith("__"):
