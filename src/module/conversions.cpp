@@ -25,23 +25,24 @@ bool is_text(py::handle source) {
 constexpr std::string_view real_kinds = "biuf";
 constexpr std::string_view integer_kinds = "biu";
 
-// The object as an array of numbers, when it is one or offers itself as one (a table's column,
-// say). Plain lists and tuples, and arrays of Python objects, are read item by item instead.
-std::optional<py::array> as_array(py::handle source) {
-  py::array array;
-  if (py::isinstance<py::array>(source)) {
-    array = py::reinterpret_borrow<py::array>(source);
-  } else {
-    if (PyList_Check(source.ptr()) || PyTuple_Check(source.ptr()) || is_text(source) ||
-        (!py::hasattr(source, "__array__") && PyObject_CheckBuffer(source.ptr()) == 0)) {
-      return std::nullopt;
-    }
-    array = py::reinterpret_steal<py::array>(py::array::ensure(source).release());
-  }
+std::optional<py::array> unless_of_objects(py::array array) {
   if (!array || array.dtype().kind() == 'O') {
     return std::nullopt;
   }
   return array;
+}
+
+// The object as an array of numbers, when it is one or offers itself as one (a table's column,
+// say). Plain lists and tuples, and arrays of Python objects, are read item by item instead.
+std::optional<py::array> as_array(py::handle source) {
+  if (py::isinstance<py::array>(source)) {
+    return unless_of_objects(py::reinterpret_borrow<py::array>(source));
+  }
+  if (PyList_Check(source.ptr()) || PyTuple_Check(source.ptr()) || is_text(source) ||
+      (!py::hasattr(source, "__array__") && PyObject_CheckBuffer(source.ptr()) == 0)) {
+    return std::nullopt;
+  }
+  return unless_of_objects(py::array::ensure(source));
 }
 
 template <class T>

@@ -30,10 +30,6 @@ struct PolledPointSet : PointSet {
 using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointSet>,
                                                  PolledPointSet, tree_dimension, std::uint32_t>;
 
-}  // namespace
-
-namespace {
-
 // The tree's list of points in the order of its leaves; the library has renamed it since.
 template <class AnyTree>
 auto& leaf_order(AnyTree& tree) {
