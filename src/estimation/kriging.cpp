@@ -21,7 +21,7 @@ struct SimpleSystem {
   double mean;
 
   void complete_matrix(SymmetricSolver&, Eigen::Index) const {}
-  void complete_right_side(Column, Eigen::Index) const {}
+  void complete_right_side(double*, Eigen::Index) const {}
   double constant_term(const Column& weights, Eigen::Index n) const {
     return (1.0 - weights.head(n).sum()) * mean;
   }
@@ -36,7 +36,7 @@ struct OrdinarySystem {
     }
     solver.column(n)[n] = 0.0;
   }
-  void complete_right_side(Column b, Eigen::Index n) const { b[n] = 1.0; }
+  void complete_right_side(double* b, Eigen::Index n) const { b[n] = 1.0; }
   // The multiplier enters the estimate on purpose, as if it were the weight of a datum of 1.
   double constant_term(const Column& weights, Eigen::Index n) const { return weights[n]; }
 };
@@ -72,7 +72,7 @@ class KrigingSolver {
     Column right_side(right_side_.data(), n_equations);
     Column weights(weights_.data(), n_equations);
     std::copy_n(points_.covariances_with(target), n, right_side.data());
-    system_.complete_right_side(right_side, n);
+    system_.complete_right_side(right_side.data(), n);
     weights = right_side;
     solver_.solve(weights);
     double estimate = system_.constant_term(weights, n);
