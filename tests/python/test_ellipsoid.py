@@ -87,23 +87,48 @@ def test_sorted_ranges_axes_and_text():
     assert extracted.azimuth() == pytest.approx(info.azimuth())
 
 
+def literal_frame(T):
+    """Rows sorted by length, orthogonalised, and each turned toward its own reference axis."""
+    T = T[np.argsort(np.linalg.norm(T, axis=1), kind="stable")]
+    rows = []
+    for row, axes in zip(T, [(0, 1, 2), (1, 0, 2), (2, 0, 1)], strict=True):
+        rest = row - sum((row @ u) / (u @ u) * u for u in rows)
+        toward = next(k for k in axes if k == axes[2] or abs(rest[k]) > 1e-8 * np.linalg.norm(rest))
+        rows.append(-rest if rest[toward] < 0 else rest)
+    return np.array(rows)
+
+
+def literal_angles(P):
+    R = P / np.linalg.norm(P, axis=1, keepdims=True)
+    if abs(R[0, 2]) < 0.99999999:
+        turn, dip = np.arctan2(R[0, 1], R[0, 0]), np.arcsin(R[0, 2])
+        return (90 - np.degrees(turn)) % 360, np.degrees(dip), np.degrees(np.arctan2(*R[1:, 2]))
+    sign = -1 if R[0, 2] > 0 else 1
+    turn = np.arctan2(sign * R[2, 1], R[2, 0])
+    return (90 - np.degrees(turn if sign > 0 else np.pi - turn)) % 360, -90 * sign, 0.0
+
+
 def test_rows_sorted_oriented_and_orthogonal():
     rng = np.random.default_rng(3)
-    for _ in range(50):
+    left_handed = 0
+    for i in range(200):
+        # Skew frames as well as frames of ellipsoids, half of them in square directions.
+        angles = rng.integers(-4, 9, 3) * 45 if i % 4 == 1 else rng.uniform(-400, 400, 3)
         T = rng.normal(size=(3, 3)) * rng.uniform(0.1, 10, (3, 1))
-        plain = talvorix.sort_matrix3d(T, False)
+        T = anisotropy_matrix(*rng.uniform(1, 100, 3), *angles) if i % 2 else T
+        plain, frame = talvorix.sort_matrix3d(T, False), talvorix.sort_matrix3d(T)
         np.testing.assert_array_equal(plain, T[np.argsort(np.linalg.norm(T, axis=1))])
+        np.testing.assert_allclose(frame, literal_frame(T), rtol=1e-9, atol=1e-12)
+        np.testing.assert_array_equal(frame, talvorix.orthogonolize_axes(plain))
         loose = talvorix.orthogonolize_axes(T, False)
         np.testing.assert_array_equal(loose[0], T[0])
-        gram = loose @ loose.T
-        assert np.abs(gram - np.diag(np.diag(gram))).max() < 1e-9 * np.abs(gram).max()
-        # Each row keeps its span: row 1 leaves the plane of the first two rows nowhere.
-        assert abs(np.linalg.det([T[0], T[1], loose[1]])) < 1e-9 * np.abs(T).max() ** 3
-        turned = talvorix.orthogonolize_axes(T, True)
-        np.testing.assert_allclose(np.abs(turned), np.abs(loose), rtol=1e-12)
-        assert (np.diag(turned) > 0).all()
-        both = talvorix.sort_matrix3d(T)
-        np.testing.assert_array_equal(both, talvorix.orthogonolize_axes(plain))
+        # Angles are read off the frame as it is, the wrong hand included.
+        left_handed += np.linalg.det(frame) < 0
+        info = talvorix.extract_ellipsoid_info(T)
+        azimuth, dip, rake = literal_angles(literal_frame(T))
+        apart = np.array([info.azimuth() - azimuth, info.dip() - dip, info.rake() - rake])
+        np.testing.assert_allclose((apart + 180) % 360, 180, atol=1e-5)
+    assert 20 < left_handed < 180
     # A row at right angles to its first reference is judged by the second, then by the third.
     np.testing.assert_array_equal(
         talvorix.orthogonolize_axes(np.array([[0, -2.0, 0], [0, 0, -3.0], [-4.0, 0, 0]])),
