@@ -236,6 +236,32 @@ bool read_integers(py::handle source, std::vector<int>& values) {
           std::all_of(wide.begin(), wide.end(), [](long long v) { return v >= 0; }));
 }
 
+bool read_flags(py::handle source, std::vector<bool>& flags) {
+  flags.clear();
+  if (const auto array = as_array(source)) {
+    if (array->ndim() != 1 || (array->size() > 0 && !is_of_kind(*array, integer_kinds))) {
+      return false;
+    }
+    const auto truths = ContiguousArray<bool>::ensure(*array);
+    if (!truths) {
+      PyErr_Clear();
+      return false;
+    }
+    flags.assign(truths.data(), truths.data() + truths.size());
+    return true;
+  }
+  return read_items(source, [&](PyObject* item) {
+    // Truth values of numpy are no integers.
+    const std::string_view type = Py_TYPE(item)->tp_name;
+    if (PyLong_Check(item) == 0 && type != "numpy.bool" && type != "numpy.bool_" &&
+        PyIndex_Check(item) == 0) {
+      return false;
+    }
+    flags.push_back(PyObject_IsTrue(item) == 1);
+    return true;
+  });
+}
+
 py::array_t<double> to_array(const Vector3& location) {
   py::array_t<double> array({3, 1});
   std::memcpy(array.mutable_data(), location.data(), 3 * sizeof(double));

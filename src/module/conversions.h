@@ -1,12 +1,14 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/interrupt.h"
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 // How values cross between Python and the library, in one place. Every file that binds functions
@@ -15,7 +17,8 @@
 // A location goes out as an array of shape (3, 1) and comes in as an array of shape (3,), (3, 1) or
 // (1, 3) or a sequence of three numbers. A location list comes in as any sequence of those, or as
 // an (n, 3), (n, 3, 1) or (n, 1, 3) array of any real type, which is read without making a Python
-// object for a row. A value list comes in as any sequence of numbers or a one-dimensional array.
+// object for a row. A value list comes in as any sequence of numbers or a one-dimensional array,
+// a list of flags as any sequence of truth values or integers or such an array.
 
 namespace talvorix::python {
 
@@ -25,6 +28,7 @@ bool read_locations(pybind11::handle source, Locations& locations);
 bool read_matrix(pybind11::handle source, Matrix3& matrix);
 bool read_values(pybind11::handle source, std::vector<double>& values);
 bool read_integers(pybind11::handle source, std::vector<int>& values);
+bool read_flags(pybind11::handle source, std::vector<bool>& flags);
 
 pybind11::array_t<double> to_array(const Vector3& location);
 pybind11::array_t<double> to_array(const Matrix3& matrix);
@@ -34,6 +38,26 @@ pybind11::list to_list(const std::vector<double>& values);
 }  // namespace talvorix::python
 
 namespace pybind11::detail {
+
+// Lists of objects that may be long go out with a look for the user's wish to stop.
+template <class T>
+struct polled_list_caster : list_caster<std::vector<T>, T> {
+  template <class List>
+  static handle cast(List&& items, return_value_policy, handle parent) {
+    list result(items.size());
+    talvorix::InterruptPoller poll;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      poll();
+      const handle item =
+          make_caster<T>::cast(std::move(items[i]), return_value_policy::move, parent);
+      if (!item) {
+        return {};
+      }
+      PyList_SET_ITEM(result.ptr(), static_cast<ssize_t>(i), item.ptr());
+    }
+    return result.release();
+  }
+};
 
 template <>
 struct type_caster<talvorix::Vector3> {
@@ -76,5 +100,14 @@ struct type_caster<std::vector<int>> : list_caster<std::vector<int>, int> {
   static constexpr auto name = const_name("List[int]");
   bool load(handle source, bool) { return talvorix::python::read_integers(source, value); }
 };
+
+template <>
+struct type_caster<std::vector<bool>> {
+  PYBIND11_TYPE_CASTER(std::vector<bool>, const_name("List[bool]"));
+  bool load(handle source, bool) { return talvorix::python::read_flags(source, value); }
+};
+
+template <>
+struct type_caster<std::vector<talvorix::Matrix3>> : polled_list_caster<talvorix::Matrix3> {};
 
 }  // namespace pybind11::detail

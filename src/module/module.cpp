@@ -85,7 +85,9 @@ int
 void register_families(py::module_& m) {
   register_spatial_module(m);
   register_covariance_module(m);
+  register_grid_module(m);
   register_estimation_module(m);
+  register_variogram_module(m);
 }
 
 // An object made by __new__ alone holds no value. Where one is asked for, the binding library would

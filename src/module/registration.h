@@ -9,6 +9,8 @@ namespace talvorix::python {
 
 void register_spatial_module(pybind11::module_& m);
 void register_covariance_module(pybind11::module_& m);
+void register_grid_module(pybind11::module_& m);
 void register_estimation_module(pybind11::module_& m);
+void register_variogram_module(pybind11::module_& m);
 
 }  // namespace talvorix::python
