@@ -1,6 +1,7 @@
 #include "spatial/cartesian_grid.h"
 
 #include "core/interrupt.h"
+#include "core/large_pages.h"
 
 #include <algorithm>
 #include <cmath>
@@ -111,7 +112,10 @@ CartesianGrid::CartesianGrid(const Vector3& length, const CellTriple& number_of_
       normalised_cell_(inverse_of(number_of_cells)),
       cell_size_(cell_diagonal(transformation_.inv_matrix(), normalised_cell_)),
       total_(total_of(number_of_cells)) {
-  locations_.resize(static_cast<std::size_t>(total_));
+  const auto n_locations = static_cast<std::size_t>(total_);
+  locations_.reserve(n_locations);
+  prefer_large_pages(locations_.data(), n_locations * sizeof(Vector3));
+  locations_.resize(n_locations);
   const CellPlacer placer(*this);
   InterruptPoller poll;
   const std::int64_t run_length = counts_[2];

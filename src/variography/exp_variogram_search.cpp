@@ -9,6 +9,7 @@
 #include "spatial/extreme_points.h"
 #include "spatial/sphere_directions.h"
 #include "variography/lag_bins.h"
+#include "variography/tube_pairs.h"
 #include "variography/tube_search.h"
 
 #include <algorithm>
@@ -110,69 +111,6 @@ Matrix3 tube_matrix(const Vector3& e, const Vector3& p, double box_length, doubl
   return matrix;
 }
 
-// The data of one tube in columns, and the pairs among them.
-class TubePairs {
- public:
-  void gather(const std::vector<std::uint32_t>& indices, const Locations& locations,
-              const std::vector<double>& values) {
-    const std::size_t n = indices.size();
-    for (auto* column : {&x_, &y_, &z_, &value_, &r_, &g_}) {
-      column->resize(n);
-    }
-    cell_.resize(n);
-    for (std::size_t i = 0; i < n; ++i) {
-      const Vector3& location = locations[indices[i]];
-      x_[i] = location.x();
-      y_[i] = location.y();
-      z_[i] = location.z();
-      value_[i] = values[indices[i]];
-    }
-  }
-
-  // Adds every pair to its bin that stands along the direction.
-  void add_to(LagBins& bins, const Vector3& direction, double smallest_cosine, Worker& worker) {
-    for (std::size_t i = 0; i + 1 < x_.size(); ++i) {
-      worker.poll();
-      measure_from(i, bins, direction, smallest_cosine);
-      for (std::size_t j = i + 1; j < x_.size(); ++j) {
-        bins.add(cell_[j], r_[j], g_[j], j % LagBins::n_lanes);
-      }
-    }
-  }
-
- private:
-  void measure_from(std::size_t i, const LagBins& bins, const Vector3& direction,
-                    double smallest_cosine) {
-    const double* __restrict x = x_.data();
-    const double* __restrict y = y_.data();
-    const double* __restrict z = z_.data();
-    const double* __restrict value = value_.data();
-    double* __restrict r = r_.data();
-    double* __restrict g = g_.data();
-    std::int32_t* __restrict cell = cell_.data();
-    const double from[4] = {x[i], y[i], z[i], value[i]};
-    const double along[3] = {direction[0], direction[1], direction[2]};
-    const std::size_t n = x_.size();
-    for (std::size_t j = i + 1; j < n; ++j) {
-      const double dx = from[0] - x[j];
-      const double dy = from[1] - y[j];
-      const double dz = from[2] - z[j];
-      const double difference = from[3] - value[j];
-      const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
-      const double cosine = std::abs(dx * along[0] + dy * along[1] + dz * along[2]) / distance;
-      r[j] = distance;
-      g[j] = difference * 0.5 * difference;
-      // Data that coincide have no cosine, and are taken.
-      const double place = cosine < smallest_cosine ? LagBins::no_cell : bins.cell(distance);
-      cell[j] = static_cast<std::int32_t>(place);
-    }
-  }
-
-  std::vector<double> x_, y_, z_, value_;
-  std::vector<double> r_, g_;
-  std::vector<std::int32_t> cell_;
-};
-
 // Distances from a half-normal variate in units of the box, so that short lags come dense.
 std::vector<double> random_lags(const Vector3& direction, const Matrix3& box,
                                 const ExpVariogramSearch& search, RandomEngine& rng,
@@ -231,7 +169,7 @@ ExperimentalVariogram compute_exp_variogram(const Locations& data_locs,
   parallel_blocks(directions.size(), check_n_threads(n_threads),
                   [&](Worker& worker, std::size_t begin, std::size_t end) {
                     TubeSearch tube;
-                    TubePairs pairs;
+                    TubePairs pairs(data_locs, data_values, smallest_cosine);
                     LagBins bins;
                     std::vector<std::uint32_t> found;
                     for (std::size_t d = begin; d < end; ++d) {
@@ -247,8 +185,8 @@ ExperimentalVariogram compute_exp_variogram(const Locations& data_locs,
                       for (const std::size_t center : centers) {
                         worker.poll();
                         tube.find(center, found);
-                        pairs.gather(found, data_locs, data_values);
-                        pairs.add_to(bins, direction, smallest_cosine, worker);
+                        pairs.gather(found);
+                        pairs.add_to(bins, direction, worker);
                       }
                       by_direction[d] = entries_of(bins, direction, search.window_size);
                     }

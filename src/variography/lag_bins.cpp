@@ -13,20 +13,20 @@ void LagBins::reset(const std::vector<double>& distances) {
             [](double a, double b) { return a < b || (std::isnan(b) && !std::isnan(a)); });
   const double longest = lags_.empty() ? 0.0 : lags_.back();
   lags_.push_back(std::numeric_limits<double>::infinity());
-  cells_per_unit_ = last_cell / longest;
-  if (!(longest > 0.0) || !std::isfinite(cells_per_unit_)) {
+  ruler_.steps_per_unit = last_place / longest;
+  if (!(longest > 0.0) || !std::isfinite(ruler_.steps_per_unit)) {
     // Nothing to measure by: every lookup starts at the first lag.
-    cells_per_unit_ = 0.0;
+    ruler_.steps_per_unit = 0.0;
   }
 
-  first_lag_.assign(static_cast<std::size_t>(no_cell) + 1, 0);
+  first_lag_.assign(static_cast<std::size_t>(nowhere) + 1, 0);
   std::size_t lag = 0;
-  for (std::size_t place = 0; place <= static_cast<std::size_t>(last_cell); ++place) {
-    while (cells_per_unit_ > 0.0 && lag < n_lags_ &&
-           std::floor(cell(lags_[lag])) < static_cast<double>(place)) {
+  for (std::size_t step = 0; step <= static_cast<std::size_t>(last_place); ++step) {
+    while (ruler_.steps_per_unit > 0.0 && lag < n_lags_ &&
+           std::floor(ruler_.place(lags_[lag])) < static_cast<double>(step)) {
       ++lag;
     }
-    first_lag_[place] = static_cast<std::uint32_t>(lag);
+    first_lag_[step] = static_cast<std::uint32_t>(lag);
   }
   first_lag_.back() = static_cast<std::uint32_t>(n_lags_);
   bins_.assign((n_lags_ + 1) * n_lanes, Bin());

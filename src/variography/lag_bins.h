@@ -11,7 +11,7 @@ namespace talvorix {
 // regular table of distances and stepped to from there; nearly always it is the one found there.
 class LagBins {
  public:
-  struct Bin {
+  struct alignas(16) Bin {
     double sum = 0.0;
     double count = 0.0;
   };
@@ -22,19 +22,24 @@ class LagBins {
   std::size_t size() const { return n_lags_; }
   double distance(std::size_t lag) const { return lags_[lag]; }
 
-  // A place in the table for a distance of 0 or more; monotone.
-  double cell(double r) const {
-    const double place = r * cells_per_unit_;
-    return place < last_cell ? place : last_cell;
-  }
+  // Tells where in the table of distances one of 0 or more stands; monotone.
+  struct Ruler {
+    double steps_per_unit = 0.0;
+
+    double place(double r) const {
+      const double steps = r * steps_per_unit;
+      return steps < last_place ? steps : last_place;
+    }
+  };
+  Ruler ruler() const { return ruler_; }
   // The place of a pair that belongs to no lag.
-  static constexpr double no_cell = 2049.0;
+  static constexpr double nowhere = 2049.0;
 
   // Adds a pair. The lane, below n_lanes, should change from pair to pair, which keeps the
   // additions from waiting for each other.
   static constexpr std::size_t n_lanes = 4;
-  void add(std::int32_t cell, double r, double g, std::size_t lane) {
-    std::size_t lag = first_lag_[static_cast<std::size_t>(cell)];
+  void add(double place, double r, double g, std::size_t lane) {
+    std::size_t lag = first_lag_[static_cast<std::size_t>(static_cast<std::int32_t>(place))];
     while (lags_[lag] < r) {
       ++lag;
     }
@@ -47,12 +52,12 @@ class LagBins {
   Bin window(std::size_t lag, int window_size) const;
 
  private:
-  static constexpr double last_cell = 2048.0;
+  static constexpr double last_place = 2048.0;
 
   std::size_t n_lags_ = 0;
   std::vector<double> lags_;  // and infinity behind the last
-  double cells_per_unit_ = 0.0;
-  std::vector<std::uint32_t> first_lag_;  // of each cell, the first lag that it may lead to
+  Ruler ruler_;
+  std::vector<std::uint32_t> first_lag_;  // that a pair at each place can belong to
   std::vector<Bin> bins_;                 // lanes of each lag, and of what is beyond the last
 };
 

@@ -1,0 +1,27 @@
+#include "core/large_pages.h"
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
+#include <cstdint>
+
+namespace talvorix {
+
+void prefer_large_pages([[maybe_unused]] void* memory,
+                        [[maybe_unused]] std::size_t bytes) noexcept {
+#if defined(__linux__)
+  constexpr std::size_t worth_it = std::size_t{1} << 22;
+  if (bytes < worth_it) {
+    return;
+  }
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto begin = (reinterpret_cast<std::uintptr_t>(memory) + page - 1) / page * page;
+  const auto end = (reinterpret_cast<std::uintptr_t>(memory) + bytes) / page * page;
+  // Where the system has no large pages to give, it says so and nothing changes.
+  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#endif
+}
+
+}  // namespace talvorix

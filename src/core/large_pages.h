@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstddef>
+
+namespace talvorix {
+
+// Tells the system that memory which is about to be filled may stand in large pages: filling a long
+// list for the first time is mostly the price of its pages. No more than a hint, for what is at
+// least some megabytes.
+void prefer_large_pages(void* memory, std::size_t bytes) noexcept;
+
+}  // namespace talvorix
