@@ -1,4 +1,7 @@
+#include "spatial/axis_clusters.h"
 #include "spatial/dynamic_neighborhood.h"
+#include "spatial/extreme_points.h"
+#include "spatial/tightest_rotation.h"
 #include "spatial/visiting_order.h"
 
 #include <gtest/gtest.h>
@@ -133,6 +136,24 @@ TEST(VisitingOrder, WalksFromNeighbourToNeighbour) {
       const Vector3 middle(14.5, 9.5, 4.5);
       EXPECT_LT((mean - middle).cwiseQuotient(middle).cwiseAbs().maxCoeff(), 0.3) << n_threads;
     }
+  }
+}
+
+TEST(ParallelSearches, GiveTheSameOnAnyNumberOfThreads) {
+  const Locations points = random_points(3000);
+  const Locations outline = extreme_points(points, 50, 3, 1);
+  const std::vector<int> clusters = find_clusters(points, 1.0, 1);
+  EXPECT_GT(outline.size(), 20U);
+  EXPECT_GT(*std::max_element(clusters.begin(), clusters.end()), 20);
+  for (const int n_threads : {2, 3}) {
+    EXPECT_EQ(extreme_points(points, 50, 3, n_threads), outline);
+    EXPECT_EQ(find_clusters(points, 1.0, n_threads), clusters);
+    // This one depends on the number of threads, but not on how they are run.
+    const RotationSearch search{30, 200, false, 40};
+    const RotatedBox found = optimize_rotation(points, search, 5, n_threads);
+    const RotatedBox again = optimize_rotation(points, search, 5, n_threads);
+    EXPECT_EQ(found.rotation.matrix(), again.rotation.matrix());
+    EXPECT_EQ(found.box.corners(), again.box.corners());
   }
 }
 

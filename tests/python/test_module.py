@@ -98,6 +98,15 @@ LONG_CALLS = {
     "random directions": "t.generate_random_sphere(2**26, 1)",
     "random models": "t.generate_covariances(e, 4, t.Kernel.gaussian, 2**24, 1, 9, 1, 2, 1, 2)",
     "search structure": "t.Neighborhood(np.random.default_rng(0).random((9_000_000, 3)))",
+    "a grid": "t.CartesianGrid((1, 1, 1), (900, 900, 500))",
+    "an outline": "t.extreme_points(many, 20_000)",
+    "ellipsoids": "t.generate_ellipsoids(1, 2, 300, 50, 1, 0.1)",
+    "a tightest box": "t.optimize_rotation(X, 9, 2**31 - 1, use_fixed_samples=False)",
+    "drillholes": "t.create_random_drillholes(t.BoundingBox(X), 2**31 - 1, 0.1)",
+    "clusters": "t.find_clusters(many, 5)",
+    "distances of clusters": "t.merge_clusters(many, [0, 1] * (len(many) // 2), 0)",
+    "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
+    "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
 }
 
@@ -183,6 +192,10 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: talvorix.Neighborhood([[0, 0, 0]], raw(talvorix.Ellipsoid)),
         lambda: talvorix.covariance_computer([raw(talvorix.Covariance)]),
         lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
+        lambda: talvorix.BlockModel(raw(talvorix.CartesianGrid), []),
+        lambda: raw(talvorix.BlockModel).locations(),
+        lambda: talvorix.create_random_drillholes(raw(talvorix.BoundingBox), 1, 1),
+        lambda: raw(talvorix.ExperimentalVariogram).lags,
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):
