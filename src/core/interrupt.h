@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 
 namespace talvorix {
 
@@ -38,7 +39,9 @@ class InterruptPoller {
 class PollRef {
  public:
   template <class Poller>
-  PollRef(Poller& poller) : poller_(&poller), poll_(&poll<Poller>) {}
+  requires(!std::same_as<Poller, PollRef>)  // else a copy would refer to the one it is made from
+      PollRef(Poller& poller)
+      : poller_(&poller), poll_(&poll<Poller>) {}
 
   void operator()() const { poll_(poller_); }
 

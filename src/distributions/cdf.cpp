@@ -5,9 +5,17 @@
 #include "distributions/map_in_place.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
 namespace talvorix {
+
+namespace {
+
+// By way of a signed number, which most processors convert in one instruction.
+double to_double(std::size_t k) { return static_cast<double>(static_cast<std::int64_t>(k)); }
+
+}  // namespace
 
 CDF::CDF(const Distribution& dist, long long n, std::int64_t seed)
     : dp_(1.0 / static_cast<double>(require_positive_count("N", n))),
@@ -20,7 +28,7 @@ double CDF::prob_at(std::size_t k, double value) const {
   if (k == values_.size()) {
     return 1.0;
   }
-  const double base = static_cast<double>(k) * dp_;
+  const double base = to_double(k) * dp_;
   if (k == 0 || k + 1 == values_.size()) {
     return base;
   }
@@ -37,15 +45,16 @@ double CDF::value(double prob) const {
   if (prob < 0.0) {
     return values_.front();
   }
-  const double x = static_cast<double>(values_.size()) * prob;
+  const double x = to_double(values_.size()) * prob;
   const std::size_t last = values_.size() - 1;
   // NaN goes to the largest sample as well.
-  if (!(x < static_cast<double>(last))) {
+  if (!(x < to_double(last))) {
     return values_.back();
   }
-  const auto i = static_cast<std::size_t>(x);
+  const auto i = static_cast<std::int64_t>(x);
   const double f = x - static_cast<double>(i);
-  return f * values_[i + 1] + (1.0 - f) * values_[i];
+  const double* const sample = values_.data() + i;
+  return f * sample[1] + (1.0 - f) * sample[0];
 }
 
 void CDF::probs(std::span<const double> values, std::span<double> probs) const {

@@ -1,7 +1,6 @@
 #include "distributions/samplers.h"
 
 #include "core/arguments.h"
-#include "core/lower_bound.h"
 #include "core/radix_sort.h"
 
 #include <algorithm>
@@ -186,10 +185,11 @@ Data::Data(std::vector<double> data, std::vector<double> weight)
     weight_of_one /= sum;
   }
   std::partial_sum(cumulative_.begin(), cumulative_.end(), cumulative_.begin());
+  guide_ = GuideTable(cumulative_);
 }
 
 double Data::operator()(RandomEngine& rng, PollRef) const {
-  const std::size_t k = lower_bound(cumulative_, uniform(rng));
+  const std::size_t k = guide_.lower_bound(cumulative_, uniform(rng));
   const double u1 = uniform(rng);
   const double u2 = uniform(rng);
   const double wa = u1 / (u1 + u2);

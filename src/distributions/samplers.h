@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/guide_table.h"
 #include "core/interrupt.h"
 #include "core/random.h"
 
@@ -121,6 +122,7 @@ class Data {
  private:
   std::vector<double> data_;
   std::vector<double> cumulative_;  // weight, normalised and summed up
+  GuideTable guide_;
 };
 
 }  // namespace talvorix::sampler
