@@ -99,6 +99,11 @@ LONG_CALLS = {
     "random models": "t.generate_covariances(e, 4, t.Kernel.gaussian, 2**24, 1, 9, 1, 2, 1, 2)",
     "search structure": "t.Neighborhood(np.random.default_rng(0).random((9_000_000, 3)))",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
+    # Shapes for which no draw is ever accepted.
+    "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
+    "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
+    "pairs in parallel": "t.fisher_f_distribution(-1, -1).simulate(N=5)",
+    "table": "t.CDF(t.uniform_distribution(0, 1), 2**26)",
 }
 
 
@@ -182,6 +187,9 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.Neighborhood).nearest_neighbor([0, 0, 0]),
         lambda: talvorix.Neighborhood([[0, 0, 0]], raw(talvorix.Ellipsoid)),
         lambda: talvorix.covariance_computer([raw(talvorix.Covariance)]),
+        lambda: raw(talvorix.Distribution).simulate(3),
+        lambda: talvorix.gaussian_distribution()(raw(talvorix.RNG)),
+        lambda: raw(talvorix.CDF).min(),
         lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
     ]
     for use in uses:
