@@ -28,6 +28,8 @@ class Distribution {
 
   // One draw. Polls only where a rejection may go on for ever.
   double draw(RandomEngine& rng, PollRef poll) const;
+
+  // The same on the thread that entered the library; a worker draws with its own poll.
   double operator()(RandomEngine& rng) const;
 
   // Draws for every entry, in order.
