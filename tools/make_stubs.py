@@ -17,6 +17,7 @@ import difflib
 import importlib
 import inspect
 import itertools
+import keyword
 import re
 import subprocess
 import sys
@@ -283,9 +284,18 @@ def ruff(text: str, path: Path, *arguments: str) -> str:
     return done.stdout
 
 
+def without_keywords(generated: str) -> str:
+    """Rename arguments that are called like a keyword of Python, such as lambda.
+
+    No call can name them, so they get the two underscores of one that goes by position alone.
+    """
+    names = "|".join(keyword.kwlist)
+    return re.sub(rf"^( *def \w+\(.*?)\b({names})(?=: )", r"\1__\2", generated, flags=re.MULTILINE)
+
+
 def stub_text(generated: str, module: ModuleType, path: Path) -> str:
     """Make the text of a stub file out of what pybind11-stubgen wrote for the module."""
-    tree = StubWriter(module).visit(ast.parse(generated))
+    tree = StubWriter(module).visit(ast.parse(without_keywords(generated)))
     start = has_docstring(tree)
     head = ast.unparse(ast.Module(tree.body[:start], []))
     imports = [node for node in tree.body if isinstance(node, ast.Import | ast.ImportFrom)]

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -21,6 +23,17 @@ inline std::size_t require_count(const char* name, long long count) {
   if (count < 0) {
     throw std::invalid_argument(std::string(name) + " must be 0 or more, but is " +
                                 std::to_string(count));
+  }
+  return static_cast<std::size_t>(count);
+}
+
+// Throws std::invalid_argument when a count is 0 or less or too large for the 32-bit integer that
+// counts are on the Python surface; returns it unsigned otherwise.
+inline std::size_t require_positive_count(const char* name, long long count) {
+  constexpr long long largest = std::numeric_limits<std::int32_t>::max();
+  if (count < 1 || count > largest) {
+    throw std::invalid_argument(std::string(name) + " must be from 1 to " +
+                                std::to_string(largest) + ", but is " + std::to_string(count));
   }
   return static_cast<std::size_t>(count);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <concepts>
 
 namespace talvorix {
 
@@ -31,6 +32,32 @@ class InterruptPoller {
   int stride_ = 1;
   Clock::time_point last_look_;
   Clock::time_point last_check_;
+};
+
+// What polls, without its type: an InterruptPoller or a worker of a parallel region. For code that
+// both kinds of caller share and that polls seldom enough for an indirect call not to matter.
+class PollRef {
+ public:
+  template <class Poller>
+  requires(!std::same_as<Poller, PollRef>)  // else a copy would refer to the one it is made from
+      PollRef(Poller& poller)
+      : poller_(&poller), poll_(&poll<Poller>) {}
+
+  void operator()() const { poll_(poller_); }
+
+ private:
+  template <class Poller>
+  static void poll(void* poller) {
+    auto& p = *static_cast<Poller*>(poller);
+    if constexpr (requires { p.poll(); }) {
+      p.poll();
+    } else {
+      p();
+    }
+  }
+
+  void* poller_;
+  void (*poll_)(void*);
 };
 
 }  // namespace talvorix

@@ -10,14 +10,6 @@ RandomEngine seeded_engine(std::int64_t seed) {
   return RandomEngine(static_cast<std::uint32_t>(seed));
 }
 
-double uniform(RandomEngine& rng) {
-  const auto low = static_cast<double>(rng());
-  const auto high = static_cast<double>(rng());
-  // The sum can round up to 2^64; the interval stays open at 1.
-  constexpr double below_one = 1.0 - std::numeric_limits<double>::epsilon() / 2.0;
-  return std::min((low + high * 0x1p32) * 0x1p-64, below_one);
-}
-
 std::uint32_t below(RandomEngine& rng, std::uint32_t n) {
   if (n <= 1) {
     return 0;

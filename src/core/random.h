@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -15,7 +17,13 @@ using RandomEngine = std::mt19937;
 RandomEngine seeded_engine(std::int64_t seed);
 
 // Uniform on [0, 1) from two raw outputs a, then b: (a + b 2^32) / 2^64.
-double uniform(RandomEngine& rng);
+inline double uniform(RandomEngine& rng) {
+  const auto low = static_cast<double>(rng());
+  const auto high = static_cast<double>(rng());
+  // The sum can round up to 2^64; the interval stays open at 1.
+  constexpr double below_one = 1.0 - std::numeric_limits<double>::epsilon() / 2.0;
+  return std::min((low + high * 0x1p32) * 0x1p-64, below_one);
+}
 
 // Uniform integer below n by rejection; an n of 1 or less draws nothing and gives 0.
 std::uint32_t below(RandomEngine& rng, std::uint32_t n);

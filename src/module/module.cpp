@@ -86,6 +86,7 @@ void register_families(py::module_& m) {
   register_spatial_module(m);
   register_covariance_module(m);
   register_grid_module(m);
+  register_distribution_module(m);
   register_estimation_module(m);
   register_variogram_module(m);
 }

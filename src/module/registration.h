@@ -10,6 +10,7 @@ namespace talvorix::python {
 void register_spatial_module(pybind11::module_& m);
 void register_covariance_module(pybind11::module_& m);
 void register_grid_module(pybind11::module_& m);
+void register_distribution_module(pybind11::module_& m);
 void register_estimation_module(pybind11::module_& m);
 void register_variogram_module(pybind11::module_& m);
 

@@ -108,6 +108,11 @@ LONG_CALLS = {
     "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
     "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
+    # Shapes for which no draw is ever accepted.
+    "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
+    "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
+    "pairs in parallel": "t.fisher_f_distribution(-1, -1).simulate(N=5)",
+    "table": "t.CDF(t.uniform_distribution(0, 1), 2**26)",
 }
 
 
@@ -191,6 +196,9 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.Neighborhood).nearest_neighbor([0, 0, 0]),
         lambda: talvorix.Neighborhood([[0, 0, 0]], raw(talvorix.Ellipsoid)),
         lambda: talvorix.covariance_computer([raw(talvorix.Covariance)]),
+        lambda: raw(talvorix.Distribution).simulate(3),
+        lambda: talvorix.gaussian_distribution()(raw(talvorix.RNG)),
+        lambda: raw(talvorix.CDF).min(),
         lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
         lambda: talvorix.BlockModel(raw(talvorix.CartesianGrid), []),
         lambda: raw(talvorix.BlockModel).locations(),

@@ -1,0 +1,540 @@
+#include "core/random.h"
+#include "distributions/cdf.h"
+#include "distributions/distribution.h"
+#include "distributions/distribution_transform.h"
+#include "distributions/pdf.h"
+#include "module/conversions.h"
+#include "module/registration.h"
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace py = pybind11;
+
+namespace talvorix::python {
+
+namespace {
+
+using Values = std::vector<double>;
+
+constexpr long long default_table_size = 800000;
+constexpr std::int64_t default_table_seed = 12145;
+constexpr std::int64_t default_draw_seed = 12515;
+
+void bind_rng(py::module_& m) {
+  py::class_<RandomEngine>(m, "RNG", R"(
+A random engine that successive draws advance: the 32-bit Mersenne Twister (Matsumoto and Nishimura
+1998) with its standard seeding.
+)")
+      .def(py::init(&seeded_engine), py::arg("seed"), R"(
+Seed an engine.
+
+Parameters
+----------
+seed : int
+    Taken modulo 2^32.
+)");
+}
+
+void bind_distribution(py::module_& m) {
+  py::class_<Distribution>(m, "Distribution", R"(
+A source of random numbers, made by a factory such as `gaussian_distribution`.
+)")
+      .def("__call__", &Distribution::operator(), py::arg("rng"), R"(
+Draw one value.
+
+Parameters
+----------
+rng : RNG
+    Advanced by the draw.
+
+Returns
+-------
+float
+)")
+      .def("simulate",
+           py::overload_cast<long long, std::int64_t>(&Distribution::simulate, py::const_),
+           py::arg("n"), py::arg("seed") = default_draw_seed, R"(
+Draw values, in order, from one engine.
+
+The second form, with `N` or `n_threads`, has an engine for each thread and each draw a contiguous
+block: its values depend on the number of threads and differ from those of the first form, also
+with one thread. Two positional arguments mean the first form.
+
+Parameters
+----------
+n, N : int
+    Number of values.
+seed : int, default 12515
+    Taken modulo 2^32.
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+list of float
+
+Raises
+------
+ValueError
+    When the number is negative.
+)")
+      .def("simulate",
+           py::overload_cast<long long, std::int64_t, int>(&Distribution::simulate, py::const_),
+           py::arg("N"), py::arg("seed") = default_draw_seed, py::arg("n_threads") = 0)
+      .def("histogram", &Distribution::histogram, py::arg("n"), py::arg("seed") = default_draw_seed,
+           R"(
+Draw values from one engine, as `simulate(n, seed)` does, and sort them.
+
+Parameters
+----------
+n : int
+    Number of values.
+seed : int, default 12515
+    Taken modulo 2^32.
+
+Returns
+-------
+list of float
+    Ascending, NaN last.
+
+Raises
+------
+ValueError
+    When the number is negative.
+)")
+      .def("cdf", &Distribution::cdf, py::arg("n"), py::arg("seed") = default_draw_seed, R"(
+Draw an empirical distribution function.
+
+Parameters
+----------
+n : int
+    Number of values.
+seed : int, default 12515
+    Taken modulo 2^32.
+
+Returns
+-------
+tuple of (list of float, list of float)
+    The values as of `histogram`, and the probabilities 0, 1/n, 2/n, ... below 1, by repeated
+    addition.
+
+Raises
+------
+ValueError
+    When the number is negative.
+)");
+}
+
+void bind_factories(py::module_& m) {
+  m.def("gaussian_distribution", &gaussian_distribution, py::arg("mean") = 0.0,
+        py::arg("std_dev") = 1.0, R"(
+Make a normal distribution, drawn by the polar method (Marsaglia and Bray 1964).
+
+Normals come in pairs: the second one is kept for the next draw, whichever call makes it and
+whatever its seed. With several threads each has a kept value of its own.
+
+Parameters
+----------
+mean : float, default 0.0
+std_dev : float, default 1.0
+
+Returns
+-------
+Distribution
+    Parameters are not checked, here or in the other factories: outside their domain draws are what
+    the formulas give, NaN say, or do not end until they are interrupted.
+)");
+  m.def("uniform_distribution", &uniform_distribution, py::arg("a"), py::arg("b"), R"(
+Make a uniform distribution.
+
+Parameters
+----------
+a, b : float
+    Its ends; the second one is not drawn.
+
+Returns
+-------
+Distribution
+)");
+  m.def("lognormal_distribution", &lognormal_distribution, py::arg("m"), py::arg("s"), R"(
+Make the distribution of the exponential of a normal.
+
+Parameters
+----------
+m, s : float
+    Mean and standard deviation of the logarithm.
+
+Returns
+-------
+Distribution
+)");
+  m.def("gamma_distribution", &gamma_distribution, py::arg("alpha"), py::arg("beta"), R"(
+Make a gamma distribution, drawn by the methods of Ahrens and Dieter (1974).
+
+Parameters
+----------
+alpha : float
+    Shape.
+beta : float
+    Scale.
+
+Returns
+-------
+Distribution
+)");
+  m.def("exponential_distribution", &exponential_distribution, py::arg("lambda"), R"(
+Make an exponential distribution, drawn by inversion.
+
+Parameters
+----------
+lambda : float
+    Rate: 1 over the mean.
+
+Returns
+-------
+Distribution
+)");
+  m.def("weibull_distribution", &weibull_distribution, py::arg("a"), py::arg("b"), R"(
+Make a Weibull distribution, drawn by inversion.
+
+Parameters
+----------
+a : float
+    Shape.
+b : float
+    Scale.
+
+Returns
+-------
+Distribution
+)");
+  m.def("extreme_value_distribution", &extreme_value_distribution, py::arg("a"), py::arg("b"), R"(
+Make a Gumbel distribution of largest values, drawn by inversion.
+
+Parameters
+----------
+a : float
+    Location: its mode.
+b : float
+    Scale.
+
+Returns
+-------
+Distribution
+)");
+  m.def("chi_squared_distribution", &chi_squared_distribution, py::arg("k"), R"(
+Make a chi-squared distribution: gamma with shape k / 2 and scale 2.
+
+Parameters
+----------
+k : float
+    Degrees of freedom.
+
+Returns
+-------
+Distribution
+)");
+  m.def("cauchy_distribution", &cauchy_distribution, py::arg("a"), py::arg("b"), R"(
+Make a Cauchy distribution, drawn by inversion.
+
+Parameters
+----------
+a : float
+    Location: its median.
+b : float
+    Scale: half the distance between the quartiles.
+
+Returns
+-------
+Distribution
+)");
+  m.def("fisher_f_distribution", &fisher_f_distribution, py::arg("m"), py::arg("n"), R"(
+Make a Fisher F distribution, drawn from a beta variate (Johnk 1964 for small shapes).
+
+Parameters
+----------
+m, n : float
+    Degrees of freedom of the numerator and the denominator.
+
+Returns
+-------
+Distribution
+)");
+  m.def("student_t_distribution", &student_t_distribution, py::arg("n"), R"(
+Make a Student t distribution, drawn by the polar method of Bailey (1994).
+
+Parameters
+----------
+n : float
+    Degrees of freedom.
+
+Returns
+-------
+Distribution
+)");
+  m.def("data_distribution", &data_distribution, py::arg("data"), py::arg("weight") = Values(), R"(
+Make a continuous distribution of weighted data.
+
+A draw chooses a datum by weight and mixes the midpoints to its two neighbours at random; an end
+mixes with its only neighbour. No draw lies outside the data.
+
+Parameters
+----------
+data : list of float, or array of shape (n,)
+    At least 2, in any order.
+weight : list of float, or array of shape (n,), default []
+    Scaled to add up to 1. Empty: all alike.
+
+Returns
+-------
+Distribution
+
+Raises
+------
+ValueError
+    When there are fewer than 2 data, or when data that are not ascending have weights of another
+    number. Beside ascending data a list of another length is used as it is: what reaches beyond
+    the last datum draws that one.
+)");
+}
+
+// What both kinds of table are asked for without arguments; table(self) is the CDF to ask.
+template <class Class, class Table>
+void bind_summary(Class& cls, Table table) {
+  const auto field = [table](double (CDF::*member)() const) {
+    return [table, member](const typename Class::type& self) { return (table(self).*member)(); };
+  };
+  cls.def("min", field(&CDF::min), "Smallest sample.")
+      .def("max", field(&CDF::max), "Largest sample.")
+      .def("median", field(&CDF::median), "Quantile of the probability 0.5.")
+      .def("q90", field(&CDF::q90), "Quantile of the probability 0.9.")
+      .def("q75", field(&CDF::q75), "Quantile of the probability 0.75.");
+}
+
+void bind_pdf(py::module_& m) {
+  py::class_<PDF> cls(m, "PDF", R"(
+Density and smoothed quantiles of a distribution, tabulated by a sorted sample of it.
+)");
+  cls.def(py::init<const Distribution&, long long, std::int64_t>(), py::arg("dist"),
+          py::arg("N") = default_table_size, py::arg("seed") = default_table_seed, R"(
+Draw the sample.
+
+Parameters
+----------
+dist : Distribution
+N : int, default 800000
+    Size of the sample.
+seed : int, default 12145
+    Taken modulo 2^32.
+
+Raises
+------
+ValueError
+    When `N` is not positive.
+)")
+      .def("prob", &PDF::prob, py::arg("value"), py::arg("dv") = 0.05, R"(
+Give the density at a value.
+
+Parameters
+----------
+value : float
+dv : float, default 0.05
+    Half the width of the interval over which the density is averaged.
+
+Returns
+-------
+float
+    (F(value + dv) - F(value - dv)) / (2 dv) with F as of `CDF.prob`.
+)")
+      .def("value", &PDF::value, py::arg("prob"), py::arg("dp") = 0.001, R"(
+Give the smoothed quantile of a probability.
+
+Parameters
+----------
+prob : float
+dp : float, default 0.001
+    Distance in probability of the two quantiles that are averaged.
+
+Returns
+-------
+float
+    (Q(prob - dp) + Q(prob + dp)) / 2 with Q as of `CDF.value`.
+)")
+      .def("probs", &PDF::probs, py::arg("values"), py::arg("dv") = 0.05, py::arg("n_threads") = 0,
+           R"(
+Give the density at each value, in parallel.
+
+Parameters
+----------
+values : list of float, or array of shape (n,)
+dv : float, default 0.05
+    As for `prob`.
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+list of float
+)")
+      .def("values", &PDF::values, py::arg("probs"), py::arg("dp") = 0.001,
+           py::arg("n_threads") = 0, R"(
+Give the smoothed quantile of each probability, in parallel.
+
+Parameters
+----------
+probs : list of float, or array of shape (n,)
+dp : float, default 0.001
+    As for `value`.
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+list of float
+)");
+  bind_summary(cls, [](const PDF& self) -> const CDF& { return self.cdf(); });
+}
+
+void bind_cdf(py::module_& m) {
+  py::class_<CDF> cls(m, "CDF", R"(
+Probabilities and quantiles of a distribution, tabulated by a sorted sample of it.
+)");
+  cls.def(py::init<const Distribution&, long long, std::int64_t>(), py::arg("dist"),
+          py::arg("N") = default_table_size, py::arg("seed") = default_table_seed, R"(
+Draw the sample.
+
+Parameters
+----------
+dist : Distribution
+N : int, default 800000
+    Size of the sample.
+seed : int, default 12145
+    Taken modulo 2^32.
+
+Raises
+------
+ValueError
+    When `N` is not positive.
+)")
+      .def("prob", &CDF::prob, py::arg("value"), R"(
+Give the probability of a value.
+
+Parameters
+----------
+value : float
+
+Returns
+-------
+float
+    The mean of the probabilities of the samples on either side, weighted by inverse distance. At
+    or below the smallest sample it is 0, at the largest (N - 1) / N, and above it 1.
+)")
+      .def("value", &CDF::value, py::arg("prob"), R"(
+Give the quantile of a probability.
+
+Parameters
+----------
+prob : float
+    Below 0 it reads as 0, and above 1 as 1.
+
+Returns
+-------
+float
+    Linear between samples; from (N - 1) / N on it is the largest one.
+)")
+      .def("probs", py::overload_cast<std::vector<double>, int>(&CDF::probs, py::const_),
+           py::arg("values"), py::arg("n_threads") = 0, R"(
+Give the probability of each value, in parallel.
+
+Parameters
+----------
+values : list of float, or array of shape (n,)
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+list of float
+)")
+      .def("values", py::overload_cast<std::vector<double>, int>(&CDF::values, py::const_),
+           py::arg("probs"), py::arg("n_threads") = 0, R"(
+Give the quantile of each probability, in parallel.
+
+Parameters
+----------
+probs : list of float, or array of shape (n,)
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+list of float
+)");
+  bind_summary(cls, [](const CDF& self) -> const CDF& { return self; });
+}
+
+void bind_nscore(py::module_& m) {
+  using Transform = DistributionTransform;
+  py::class_<Transform>(m, "NScore", R"(
+Transform between two distributions by equal probability (Goovaerts 1997, 7.2). Data go to normal
+scores when the source is their `data_distribution` and the target a `gaussian_distribution`.
+)")
+      .def(py::init<const Distribution&, const Distribution&, long long, std::int64_t>(),
+           py::arg("source"), py::arg("target"), py::arg("n") = default_table_size,
+           py::arg("seed") = default_table_seed, R"(
+Tabulate both distributions, as `CDF` does.
+
+Parameters
+----------
+source, target : Distribution
+n : int, default 800000
+    Size of each of the two samples.
+seed : int, default 12145
+    Of both samples; taken modulo 2^32.
+
+Raises
+------
+ValueError
+    When `n` is not positive.
+)")
+      .def("forward", py::overload_cast<double>(&Transform::forward, py::const_), py::arg("z"), R"(
+Carry a value of the source to the target.
+
+Parameters
+----------
+z : float
+    A value; the second form takes a list, or an array of shape (n,), and carries each.
+n_threads : int, default 0
+    Number of threads of the second form; 0 stands for all.
+
+Returns
+-------
+float or list of float
+    The target's quantile of the value's probability in the source; not beyond its samples.
+)")
+      .def("backward", py::overload_cast<double>(&Transform::backward, py::const_), py::arg("z"),
+           R"(
+Carry a value of the target back to the source; takes and returns what `forward` does.
+)")
+      .def("forward", py::overload_cast<Values, int>(&Transform::forward, py::const_), py::arg("z"),
+           py::arg("n_threads") = 0)
+      .def("backward", py::overload_cast<Values, int>(&Transform::backward, py::const_),
+           py::arg("z"), py::arg("n_threads") = 0);
+}
+
+}  // namespace
+
+void register_distribution_module(py::module_& m) {
+  bind_rng(m);
+  bind_distribution(m);
+  bind_factories(m);
+  bind_pdf(m);
+  bind_cdf(m);
+  bind_nscore(m);
+}
+
+}  // namespace talvorix::python
