@@ -71,6 +71,7 @@ class _RealArray(Protocol):
 # Those that are either sequences or arrays: the two, and what they hold.
 HALVES = {
     "_Integers": ("Sequence[_Integer]", "_IntegerArray"),
+    "_Flags": ("Sequence[_Integer | np.bool_]", "_IntegerArray"),
     "_Values": ("Sequence[_Real]", "_RealArray"),
     "_Location": ("Sequence[_Real]", "_RealArray"),
     "_Locations": ("Sequence[_Location]", "_RealArray"),
@@ -78,6 +79,7 @@ HALVES = {
 }
 CONTENTS = {
     "_Integers": "A sequence of integers, or an array of shape (n,).",
+    "_Flags": "A sequence of truth values, or an array of shape (n,).",
     "_Values": "A sequence of numbers, or an array of shape (n,).",
     "_Location": "A sequence of three numbers, or an array of shape (3,), (3, 1) or (1, 3).",
     "_Locations": "A sequence of locations, or an array of shape (n, 3), (n, 3, 1) or (n, 1, 3).",
@@ -93,6 +95,8 @@ ARGUMENTS = {
     "float": "_Real",
     "int": "_Integer",
     "list[int]": "_Integers",
+    "tuple[int, int, int]": "_Integers",
+    "list[bool]": "_Flags",
     "list[float]": "_Values",
     "numpy.ndarray[numpy.float64[3, 1]]": "_Location",
     "list[numpy.ndarray[numpy.float64[3, 1]]]": "_Locations",

@@ -29,6 +29,9 @@ class _RealArray(Protocol):
 _Integers: TypeAlias = Sequence[_Integer] | _IntegerArray
 """A sequence of integers, or an array of shape (n,)."""
 
+_Flags: TypeAlias = Sequence[_Integer | np.bool_] | _IntegerArray
+"""A sequence of truth values, or an array of shape (n,)."""
+
 _Values: TypeAlias = Sequence[_Real] | _RealArray
 """A sequence of numbers, or an array of shape (n,)."""
 
@@ -426,6 +429,604 @@ class Covariance:
     def type(self) -> str:
         """'spherical', 'gaussian', 'exponential', 'nugget' or 'idw'."""
 
+class BoundingBox:
+    """The axis-aligned hull of a list of points."""
+
+    def __init__(self, corners: _Locations) -> None:
+        """Make the hull of a list of points.
+
+        Parameters
+        ----------
+        corners : list of numpy.ndarray, or array of shape (n, 3)
+            Any points. Without one the lower end is 1e30 and the upper one -1e30.
+        """
+
+    def corners(self) -> list[NDArray[np.float64]]:
+        """The points it was made from."""
+
+    def lower(self) -> NDArray[np.float64]:
+        """Smallest coordinates, shape (3, 1)."""
+
+    def upper(self) -> NDArray[np.float64]:
+        """Largest coordinates, shape (3, 1)."""
+
+class CartesianGrid:
+    """A regular, possibly rotated, lattice of locations.
+
+    The cells are numbered (i, j, k) along the three axes, and by a linear index that runs fastest along
+    k: (i ny + j) nz + k. The origin is the location of cell (0, 0, 0) itself, so the last cell stands
+    one cell short of origin + length; for blocks whose low corner is c, give c plus half a cell.
+
+    The locations are made once, at construction. `numpy.asarray(grid)` gives them as one array of shape
+    (n, 3), and a grid can stand wherever a list of locations is asked for.
+    """
+
+    def __array__(self, dtype: Any = None, copy: bool | None = None) -> NDArray[Any]:
+        """All locations as one array of shape (n, 3), which spares making an object for each.
+
+        Parameters
+        ----------
+        dtype : numpy.dtype, optional
+        copy : bool, optional
+            False is refused.
+
+        Returns
+        -------
+        numpy.ndarray, shape (n, 3)
+        """
+
+    @overload
+    def __call__(self, i: _Integer, j: _Integer, k: _Integer) -> NDArray[np.float64]:
+        """The location of a cell.
+
+        Parameters
+        ----------
+        i, j, k : int
+            Numbers of the cell along the three axes; in the second form `i` is its linear index. They are
+            not held against the counts: beyond them lie locations outside the grid.
+
+        Returns
+        -------
+        numpy.ndarray, shape (3, 1)
+        """
+
+    @overload
+    def __call__(self, i: _Integer) -> NDArray[np.float64]: ...
+    @overload
+    def __init__(
+        self,
+        length: _Location,
+        number_of_cells: _Integers,
+        origin: _Location = ...,
+        rotation: _Location = ...,
+    ) -> None:
+        """Make a grid from two of its length, its cell counts and its cell size.
+
+        Given by position, three ints are cell counts wherever those can stand: `CartesianGrid(length, (10,
+        10, 5))` has 10 x 10 x 5 cells, `CartesianGrid(length, (10.0, 10.0, 5.0))` cells of that size. In
+        first place a triple is always the length; name `number_of_cells` to give it first.
+
+        Parameters
+        ----------
+        length : numpy.ndarray, shape (3, 1)
+            Extent along the grid's three axes.
+        number_of_cells : tuple of 3 ints
+            nx, ny, nz. With a count of 0 the grid is empty.
+        cell_size : numpy.ndarray, shape (3, 1)
+            Spacing along the grid's three axes. Together with `length` the counts are length / cell_size,
+            truncated; the length stands as given, so that a remainder widens the spacing.
+        origin : numpy.ndarray, shape (3, 1), default (0, 0, 0)
+            Location of cell (0, 0, 0).
+        rotation : numpy.ndarray, shape (3, 1), default (90, 0, 0)
+            Azimuth, dip and rake of the grid's axes in degrees, as for `Ellipsoid`. Azimuth 90 puts the
+            first axis on +x.
+
+        Raises
+        ------
+        ValueError
+            When a count is negative or there are more cells than can be numbered.
+        """
+
+    @overload
+    def __init__(
+        self,
+        length: _Location,
+        cell_size: _Location,
+        origin: _Location = ...,
+        rotation: _Location = ...,
+    ) -> None: ...
+    @overload
+    def __init__(
+        self,
+        number_of_cells: _Integers,
+        cell_size: _Location,
+        origin: _Location = ...,
+        rotation: _Location = ...,
+    ) -> None: ...
+    def __len__(self) -> int: ...
+    def bounding_box(self) -> BoundingBox:
+        """The box of the corners."""
+
+    def cell_size(self) -> NDArray[np.float64]:
+        """The diagonal of a cell as a real offset, shape (3, 1): the edge lengths of an unrotated grid only."""
+
+    def corners(self) -> list[NDArray[np.float64]]:
+        """The eight corners of the whole length, as a list: origin first, the third axis running fastest."""
+
+    def ijk(self, i: _Integer) -> tuple[int, int, int]:
+        """The numbers (i, j, k) of the cell of a linear index.
+
+        Parameters
+        ----------
+        i : int
+
+        Returns
+        -------
+        tuple of 3 ints
+
+        Raises
+        ------
+        IndexError
+            When the grid has no cells along its second or third axis.
+        """
+
+    def index(self, i: _Integer, j: _Integer, k: _Integer) -> int:
+        """The linear index of a cell."""
+
+    def locations(self) -> list[NDArray[np.float64]]:
+        """All cell locations in the order of the linear index, as a list."""
+
+    def number_of_cells(self) -> tuple[int, int, int]:
+        """Counts along the three axes, a tuple (nx, ny, nz)."""
+
+    def transformation(self) -> Ellipsoid:
+        """The ellipsoid that maps offsets from the origin to the unit cube."""
+
+class BlockModel:
+    """A grid with a mask that selects its active cells.
+
+    The active cells are numbered from 0 in the order of the grid's linear index. As with a grid,
+    `numpy.asarray(model)` gives their locations as one array, and a model can stand wherever a list of
+    locations is asked for.
+    """
+
+    def __array__(self, dtype: Any = None, copy: bool | None = None) -> NDArray[Any]:
+        """All locations as one array of shape (n, 3), which spares making an object for each.
+
+        Parameters
+        ----------
+        dtype : numpy.dtype, optional
+        copy : bool, optional
+            False is refused.
+
+        Returns
+        -------
+        numpy.ndarray, shape (n, 3)
+        """
+
+    @overload
+    def __call__(self, i: _Integer, j: _Integer, k: _Integer) -> NDArray[np.float64]:
+        """The location of an active cell.
+
+        Parameters
+        ----------
+        i, j, k : int
+            Numbers of the cell along the three axes; in the second form `i` is its number among the active
+            cells.
+
+        Returns
+        -------
+        numpy.ndarray, shape (3, 1)
+
+        Raises
+        ------
+        IndexError
+            "invalid index" when the cell is not active; in the second form, when there are not so many.
+        """
+
+    @overload
+    def __call__(self, i: _Integer) -> NDArray[np.float64]: ...
+    def __init__(self, base_grid: CartesianGrid, mask: _Flags) -> None:
+        """Select the active cells of a grid.
+
+        Parameters
+        ----------
+        base_grid : CartesianGrid
+            The model holds a copy.
+        mask : list of bool, or array of shape (n,)
+            One for each cell, in the order of the linear index.
+
+        Raises
+        ------
+        ValueError
+            When the mask is not as long as the grid.
+        """
+
+    def __len__(self) -> int: ...
+    def base_grid(self) -> CartesianGrid:
+        """A copy of the grid."""
+
+    def bounding_box(self) -> BoundingBox:
+        """The box of the whole grid's corners."""
+
+    def cell_size(self) -> NDArray[np.float64]:
+        """The diagonal of a cell as a real offset, shape (3, 1)."""
+
+    def full_size(self) -> int:
+        """Number of cells of the grid, active or not."""
+
+    def ijk(self, i: _Integer) -> tuple[int, int, int]:
+        """The numbers (i, j, k) of an active cell.
+
+        Parameters
+        ----------
+        i : int
+            Its number among the active cells.
+
+        Returns
+        -------
+        tuple of 3 ints
+
+        Raises
+        ------
+        IndexError
+            When there are not so many active cells.
+        """
+
+    def locations(self) -> list[NDArray[np.float64]]:
+        """The locations of the active cells, as a list."""
+
+    def number_of_cells(self) -> tuple[int, int, int]:
+        """Counts of the grid along its three axes, a tuple (nx, ny, nz)."""
+
+class RNG:
+    """A random engine that successive draws advance: the 32-bit Mersenne Twister (Matsumoto and Nishimura
+    1998) with its standard seeding.
+    """
+
+    def __init__(self, seed: _Integer) -> None:
+        """Seed an engine.
+
+        Parameters
+        ----------
+        seed : int
+            Taken modulo 2^32.
+        """
+
+class Distribution:
+    """A source of random numbers, made by a factory such as `gaussian_distribution`."""
+
+    def __init__(self, no_constructor: Never, /) -> None: ...
+    def __call__(self, rng: RNG) -> float:
+        """Draw one value.
+
+        Parameters
+        ----------
+        rng : RNG
+            Advanced by the draw.
+
+        Returns
+        -------
+        float
+        """
+
+    def cdf(self, n: _Integer, seed: _Integer = 12515) -> tuple[list[float], list[float]]:
+        """Draw an empirical distribution function.
+
+        Parameters
+        ----------
+        n : int
+            Number of values.
+        seed : int, default 12515
+            Taken modulo 2^32.
+
+        Returns
+        -------
+        tuple of (list of float, list of float)
+            The values as of `histogram`, and the probabilities 0, 1/n, 2/n, ... below 1, by repeated
+            addition.
+
+        Raises
+        ------
+        ValueError
+            When the number is negative.
+        """
+
+    def histogram(self, n: _Integer, seed: _Integer = 12515) -> list[float]:
+        """Draw values from one engine, as `simulate(n, seed)` does, and sort them.
+
+        Parameters
+        ----------
+        n : int
+            Number of values.
+        seed : int, default 12515
+            Taken modulo 2^32.
+
+        Returns
+        -------
+        list of float
+            Ascending, NaN last.
+
+        Raises
+        ------
+        ValueError
+            When the number is negative.
+        """
+
+    @overload
+    def simulate(self, n: _Integer, seed: _Integer = 12515) -> list[float]:
+        """Draw values, in order, from one engine.
+
+        The second form, with `N` or `n_threads`, has an engine for each thread and each draw a contiguous
+        block: its values depend on the number of threads and differ from those of the first form, also
+        with one thread. Two positional arguments mean the first form.
+
+        Parameters
+        ----------
+        n, N : int
+            Number of values.
+        seed : int, default 12515
+            Taken modulo 2^32.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        list of float
+
+        Raises
+        ------
+        ValueError
+            When the number is negative.
+        """
+
+    @overload
+    def simulate(
+        self, N: _Integer, seed: _Integer = 12515, n_threads: _Integer = 0
+    ) -> list[float]: ...
+
+class PDF:
+    """Density and smoothed quantiles of a distribution, tabulated by a sorted sample of it."""
+
+    def __init__(self, dist: Distribution, N: _Integer = 800000, seed: _Integer = 12145) -> None:
+        """Draw the sample.
+
+        Parameters
+        ----------
+        dist : Distribution
+        N : int, default 800000
+            Size of the sample.
+        seed : int, default 12145
+            Taken modulo 2^32.
+
+        Raises
+        ------
+        ValueError
+            When `N` is not positive.
+        """
+
+    def max(self) -> float:
+        """Largest sample."""
+
+    def median(self) -> float:
+        """Quantile of the probability 0.5."""
+
+    def min(self) -> float:
+        """Smallest sample."""
+
+    def prob(self, value: _Real, dv: _Real = 0.05) -> float:
+        """Give the density at a value.
+
+        Parameters
+        ----------
+        value : float
+        dv : float, default 0.05
+            Half the width of the interval over which the density is averaged.
+
+        Returns
+        -------
+        float
+            (F(value + dv) - F(value - dv)) / (2 dv) with F as of `CDF.prob`.
+        """
+
+    def probs(self, values: _Values, dv: _Real = 0.05, n_threads: _Integer = 0) -> list[float]:
+        """Give the density at each value, in parallel.
+
+        Parameters
+        ----------
+        values : list of float, or array of shape (n,)
+        dv : float, default 0.05
+            As for `prob`.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        list of float
+        """
+
+    def q75(self) -> float:
+        """Quantile of the probability 0.75."""
+
+    def q90(self) -> float:
+        """Quantile of the probability 0.9."""
+
+    def value(self, prob: _Real, dp: _Real = 0.001) -> float:
+        """Give the smoothed quantile of a probability.
+
+        Parameters
+        ----------
+        prob : float
+        dp : float, default 0.001
+            Distance in probability of the two quantiles that are averaged.
+
+        Returns
+        -------
+        float
+            (Q(prob - dp) + Q(prob + dp)) / 2 with Q as of `CDF.value`.
+        """
+
+    def values(self, probs: _Values, dp: _Real = 0.001, n_threads: _Integer = 0) -> list[float]:
+        """Give the smoothed quantile of each probability, in parallel.
+
+        Parameters
+        ----------
+        probs : list of float, or array of shape (n,)
+        dp : float, default 0.001
+            As for `value`.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        list of float
+        """
+
+class CDF:
+    """Probabilities and quantiles of a distribution, tabulated by a sorted sample of it."""
+
+    def __init__(self, dist: Distribution, N: _Integer = 800000, seed: _Integer = 12145) -> None:
+        """Draw the sample.
+
+        Parameters
+        ----------
+        dist : Distribution
+        N : int, default 800000
+            Size of the sample.
+        seed : int, default 12145
+            Taken modulo 2^32.
+
+        Raises
+        ------
+        ValueError
+            When `N` is not positive.
+        """
+
+    def max(self) -> float:
+        """Largest sample."""
+
+    def median(self) -> float:
+        """Quantile of the probability 0.5."""
+
+    def min(self) -> float:
+        """Smallest sample."""
+
+    def prob(self, value: _Real) -> float:
+        """Give the probability of a value.
+
+        Parameters
+        ----------
+        value : float
+
+        Returns
+        -------
+        float
+            The mean of the probabilities of the samples on either side, weighted by inverse distance. At
+            or below the smallest sample it is 0, at the largest (N - 1) / N, and above it 1.
+        """
+
+    def probs(self, values: _Values, n_threads: _Integer = 0) -> list[float]:
+        """Give the probability of each value, in parallel.
+
+        Parameters
+        ----------
+        values : list of float, or array of shape (n,)
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        list of float
+        """
+
+    def q75(self) -> float:
+        """Quantile of the probability 0.75."""
+
+    def q90(self) -> float:
+        """Quantile of the probability 0.9."""
+
+    def value(self, prob: _Real) -> float:
+        """Give the quantile of a probability.
+
+        Parameters
+        ----------
+        prob : float
+            Below 0 it reads as 0, and above 1 as 1.
+
+        Returns
+        -------
+        float
+            Linear between samples; from (N - 1) / N on it is the largest one.
+        """
+
+    def values(self, probs: _Values, n_threads: _Integer = 0) -> list[float]:
+        """Give the quantile of each probability, in parallel.
+
+        Parameters
+        ----------
+        probs : list of float, or array of shape (n,)
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        list of float
+        """
+
+class NScore:
+    """Transform between two distributions by equal probability (Goovaerts 1997, 7.2). Data go to normal
+    scores when the source is their `data_distribution` and the target a `gaussian_distribution`.
+    """
+
+    def __init__(
+        self,
+        source: Distribution,
+        target: Distribution,
+        n: _Integer = 800000,
+        seed: _Integer = 12145,
+    ) -> None:
+        """Tabulate both distributions, as `CDF` does.
+
+        Parameters
+        ----------
+        source, target : Distribution
+        n : int, default 800000
+            Size of each of the two samples.
+        seed : int, default 12145
+            Of both samples; taken modulo 2^32.
+
+        Raises
+        ------
+        ValueError
+            When `n` is not positive.
+        """
+
+    @overload
+    def backward(self, z: _Real) -> float:
+        """Carry a value of the target back to the source; takes and returns what `forward` does."""
+
+    @overload
+    def backward(self, z: _Values, n_threads: _Integer = 0) -> list[float]: ...
+    @overload
+    def forward(self, z: _Real) -> float:
+        """Carry a value of the source to the target.
+
+        Parameters
+        ----------
+        z : float
+            A value; the second form takes a list, or an array of shape (n,), and carries each.
+        n_threads : int, default 0
+            Number of threads of the second form; 0 stands for all.
+
+        Returns
+        -------
+        float or list of float
+            The target's quantile of the value's probability in the source; not beyond its samples.
+        """
+
+    @overload
+    def forward(self, z: _Values, n_threads: _Integer = 0) -> list[float]: ...
+
 class Estimator:
     """A method of estimation with its parameters bound, made by `IDW`, `SimpleKriging` or
     `OrdinaryKriging`.
@@ -462,6 +1063,105 @@ class Estimator:
         ValueError
             When `data_locs`, `data`, the neighborhood and the estimator's `dhids` are not equally many.
         """
+
+class ExperimentalVariogram:
+    """Semivariances by direction and lag.
+
+    The entries stand in parallel lists, one entry for each lag bin that has pairs; those of one
+    direction together, by ascending lag.
+    """
+
+    def __init__(
+        self,
+        lags: _Locations,
+        variogram: _Values,
+        npairs: _Integers,
+        direction_id: _Integers,
+        directions: _Locations,
+    ) -> None:
+        """Put a variogram together from its entries.
+
+        Parameters
+        ----------
+        lags : list of numpy.ndarray, or array of shape (n, 3)
+            Lag vectors: distance times direction.
+        variogram : list of float
+            Semivariances.
+        npairs : list of int
+        direction_id : list of int
+            For each entry the position of its direction in `directions`.
+        directions : list of numpy.ndarray, or array of shape (m, 3)
+
+        Raises
+        ------
+        ValueError
+            When the lists of entries are not equally long.
+        IndexError
+            When an entry's direction is none of the directions.
+        """
+
+    @overload
+    def get_variogram(
+        self, azimuth: _Real, dip: _Real
+    ) -> tuple[list[NDArray[np.float64]], list[float], list[int]]:
+        """The entries of the direction nearest to a given one, among those that have any.
+
+        Parameters
+        ----------
+        azimuth, dip : float
+            Degrees, as for `Direction`.
+        dir : numpy.ndarray, shape (3, 1)
+            In the second form the direction itself, of any length. A direction and its opposite are two.
+
+        Returns
+        -------
+        tuple of (list of numpy.ndarray, list of float, list of int)
+            Lags, semivariances and numbers of pairs; three empty lists when there are no entries.
+        """
+
+    @overload
+    def get_variogram(
+        self, dir: _Location
+    ) -> tuple[list[NDArray[np.float64]], list[float], list[int]]: ...
+    def get_variogram_by_direction_id(
+        self, direction_id: _Integer
+    ) -> tuple[list[NDArray[np.float64]], list[float], list[int]]:
+        """The entries of one direction.
+
+        Parameters
+        ----------
+        direction_id : int
+            Its position in `directions`.
+
+        Returns
+        -------
+        tuple of (list of numpy.ndarray, list of float, list of int)
+            Lags, semivariances and numbers of pairs; three empty lists when it has no entries.
+        """
+
+    @property
+    def direction_ids(self) -> list[int]:
+        """For each entry the position of its direction in `directions`."""
+
+    @property
+    def directions(self) -> list[NDArray[np.float64]]:
+        """All directions that were searched, shape (3, 1)."""
+
+    @property
+    def lags(self) -> list[NDArray[np.float64]]:
+        """Lag vectors, one for each entry, shape (3, 1)."""
+
+    @property
+    def lags_by_dir(self) -> list[list[int]]:
+        """For each direction the list of the positions of its entries."""
+
+    @property
+    def npairs(self) -> list[int]:
+        """Contributions of pairs to each entry."""
+
+    @property
+    def variogram(self) -> list[float]:
+        """Semivariances, one for each entry."""
 
 def Direction(azimuth: _Real, dip: _Real) -> NDArray[np.float64]:
     """Make the unit vector of a direction.
@@ -581,6 +1281,21 @@ def SimpleKriging(
         Gives the estimates without the variances.
     """
 
+def cauchy_distribution(a: _Real, b: _Real) -> Distribution:
+    """Make a Cauchy distribution, drawn by inversion.
+
+    Parameters
+    ----------
+    a : float
+        Location: its median.
+    b : float
+        Scale: half the distance between the quartiles.
+
+    Returns
+    -------
+    Distribution
+    """
+
 def check_n_threads(n_threads: _Integer = 0) -> int:
     """Tell how many threads a call given this `n_threads` runs on.
 
@@ -593,6 +1308,114 @@ def check_n_threads(n_threads: _Integer = 0) -> int:
     -------
     int
         The effective count.
+    """
+
+def chi_squared_distribution(k: _Real) -> Distribution:
+    """Make a chi-squared distribution: gamma with shape k / 2 and scale 2.
+
+    Parameters
+    ----------
+    k : float
+        Degrees of freedom.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def compute_angular_distance(u: _Location, v: _Location) -> float:
+    """Measure the angle between two axes; a direction and its opposite are the same axis.
+
+    Parameters
+    ----------
+    u, v : numpy.ndarray, shape (3, 1)
+
+    Returns
+    -------
+    float
+        Degrees from 0 to 90; NaN when either has no length.
+    """
+
+def compute_angular_distance_between_clusters(
+    locations: _Locations, labels: _Integers
+) -> dict[int, dict[int, float]]:
+    """Measure the smallest angle between the axes of each two clusters.
+
+    Parameters
+    ----------
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+    labels : list of int
+        For each location the label of its cluster.
+
+    Returns
+    -------
+    dict of dict
+        `result[a][b]` is the smallest angular distance, in degrees, between a member of cluster a and
+        one of cluster b; NaN when none has a length.
+
+    Raises
+    ------
+    ValueError
+        When `locations` and `labels` are not equally many.
+    """
+
+def compute_exp_variogram(
+    data_locs: _Locations,
+    data_values: _Values,
+    n_centers: _Integer = 60,
+    angle_tol: _Real = 5.0,
+    n_lags: _Integer = 75,
+    lag_tol: _Real = 0.001,
+    bandwidth: _Real = 0.02,
+    window_size: _Integer = 2,
+    n_directions: _Integer = 300,
+    tol: _Real = 0.01,
+    n_threads: _Integer = 0,
+    seed: _Integer = 12415,
+) -> ExperimentalVariogram:
+    """Compute the directional experimental variogram of scattered data in many directions.
+
+    Pairs are looked for in thin tubes, one for each direction, around a few centres: the highest value
+    and others drawn from the upper part of the values. A pair counts when it stands along the direction
+    within the tolerance. The lags of each direction are random, with a half-normal distribution in
+    units of the data's box, so that short ones come dense.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data_values : list of float, or array of shape (n,)
+    n_centers : int, default 60
+        Number of centres. With n - 1 or more, or a negative number, every datum is one.
+    angle_tol : float, default 5
+        Largest angle between a pair and the direction, in degrees.
+    n_lags : int, default 75
+        Number of lags of a direction.
+    lag_tol : float, default 0.001
+        Shortest lag, in units of the data's box along the direction.
+    bandwidth : float, default 0.02
+        Half the width of a tube, in the same units.
+    window_size : int, default 2
+        A pair also counts for so many lags on either side of its own.
+    n_directions : int, default 300
+        Half the number of directions.
+    tol : float, default 0.01
+        The second axis of a tube is drawn until its cosine with the first is further from 1 than this.
+        At 1 and above there is none, and the search goes on until it is interrupted.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+    seed : int, default 12415
+        Has no effect: the same data always give the same result.
+
+    Returns
+    -------
+    ExperimentalVariogram
+        `npairs` counts contributions: a pair found around several centres or in the window of several
+        lags counts as often.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs` and `data_values` are not equally many or a count is negative.
     """
 
 def compute_ordinary_kriging(
@@ -709,6 +1532,80 @@ def covariance_computer(covs: Sequence[Covariance]) -> SpatialFunction:
         The sum of the structures.
     """
 
+def create_random_drillholes(
+    bounding_box: BoundingBox,
+    n_holes: _Integer,
+    spacing: _Real,
+    azimuth: _Real = 0.0,
+    dip: _Real = -90.0,
+    delta_angle: _Real = 0.0,
+    seed: _Integer = 12345,
+) -> tuple[list[NDArray[np.float64]], list[int]]:
+    """Drill straight holes from random collars on the top face of a box.
+
+    Parameters
+    ----------
+    bounding_box : BoundingBox
+    n_holes : int
+    spacing : float
+        Distance between the locations of a hole. The first is the collar; the last is inside the box,
+        faces included.
+    azimuth, dip : float, default 0 and -90
+        Degrees, as for `Direction`: a hole that goes down has a negative dip.
+    delta_angle : float, default 0
+        Degrees by which azimuth and dip of each hole may be shifted either way, uniformly.
+    seed : int, default 12345
+
+    Returns
+    -------
+    tuple of (list of numpy.ndarray of shape (3, 1), list of int)
+        Locations, and for each the number of its hole, from 0.
+
+    Raises
+    ------
+    ValueError
+        When the box is empty or not finite, the count is negative or the spacing is not above 0 or too
+        small.
+    """
+
+def data_distribution(data: _Values, weight: _Values = []) -> Distribution:
+    """Make a continuous distribution of weighted data.
+
+    A draw chooses a datum by weight and mixes the midpoints to its two neighbours at random; an end
+    mixes with its only neighbour. No draw lies outside the data.
+
+    Parameters
+    ----------
+    data : list of float, or array of shape (n,)
+        At least 2, in any order.
+    weight : list of float, or array of shape (n,), default []
+        Scaled to add up to 1. Empty: all alike.
+
+    Returns
+    -------
+    Distribution
+
+    Raises
+    ------
+    ValueError
+        When there are fewer than 2 data, or when data that are not ascending have weights of another
+        number. Beside ascending data a list of another length is used as it is: what reaches beyond
+        the last datum draws that one.
+    """
+
+def exponential_distribution(__lambda: _Real) -> Distribution:
+    """Make an exponential distribution, drawn by inversion.
+
+    Parameters
+    ----------
+    lambda : float
+        Rate: 1 over the mean.
+
+    Returns
+    -------
+    Distribution
+    """
+
 def extract_ellipsoid_info(T: _Matrix) -> EllipsoidInfo:
     """Read ranges and angles from an anisotropy matrix.
 
@@ -720,6 +1617,115 @@ def extract_ellipsoid_info(T: _Matrix) -> EllipsoidInfo:
     Returns
     -------
     EllipsoidInfo
+    """
+
+def extreme_points(
+    locations: _Locations, n_rays: _Integer = 600, seed: _Integer = 121315, n_threads: _Integer = 0
+) -> list[NDArray[np.float64]]:
+    """Find the outermost locations along many directions, an outline that stands in for the whole list.
+
+    Parameters
+    ----------
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+    n_rays : int, default 600
+        Half the number of directions.
+    seed : int, default 121315
+        Seed of the directions, as for `generate_random_sphere`.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+
+    Returns
+    -------
+    list of numpy.ndarray, shape (3, 1)
+        Each extreme location once, in the order in which the directions meet them. Of locations that
+        reach equally far the first counts.
+
+    Raises
+    ------
+    ValueError
+        When `n_rays` is negative.
+    """
+
+def extreme_value_distribution(a: _Real, b: _Real) -> Distribution:
+    """Make a Gumbel distribution of largest values, drawn by inversion.
+
+    Parameters
+    ----------
+    a : float
+        Location: its mode.
+    b : float
+        Scale.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def find_clusters(locations: _Locations, max_angle: _Real, n_threads: _Integer = 0) -> list[int]:
+    """Group locations by the axis from the origin through them.
+
+    Two belong together when a chain of locations links them by steps of at most `max_angle`; a location
+    and its opposite are on the same axis.
+
+    Parameters
+    ----------
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+    max_angle : float
+        Degrees.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+
+    Returns
+    -------
+    list of int
+        For each location the label of its cluster, from 0 in order of first appearance. A location of
+        no length is a cluster of its own.
+    """
+
+def fisher_f_distribution(m: _Real, n: _Real) -> Distribution:
+    """Make a Fisher F distribution, drawn from a beta variate (Johnk 1964 for small shapes).
+
+    Parameters
+    ----------
+    m, n : float
+        Degrees of freedom of the numerator and the denominator.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def gamma_distribution(alpha: _Real, beta: _Real) -> Distribution:
+    """Make a gamma distribution, drawn by the methods of Ahrens and Dieter (1974).
+
+    Parameters
+    ----------
+    alpha : float
+        Shape.
+    beta : float
+        Scale.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def gaussian_distribution(mean: _Real = 0.0, std_dev: _Real = 1.0) -> Distribution:
+    """Make a normal distribution, drawn by the polar method (Marsaglia and Bray 1964).
+
+    Normals come in pairs: the second one is kept for the next draw, whichever call makes it and
+    whatever its seed. With several threads each has a kept value of its own.
+
+    Parameters
+    ----------
+    mean : float, default 0.0
+    std_dev : float, default 1.0
+
+    Returns
+    -------
+    Distribution
+        Parameters are not checked, here or in the other factories: outside their domain draws are what
+        the formulas give, NaN say, or do not end until they are interrupted.
     """
 
 def generate_covariances(
@@ -758,6 +1764,37 @@ def generate_covariances(
     -------
     list of list of Covariance
         Each model has `n_kernels` structures and then a nugget. The order of models is random.
+    """
+
+def generate_ellipsoids(
+    min_range: _Real,
+    max_range: _Real,
+    n_rays: _Integer,
+    n_scales: _Integer,
+    seed: _Integer,
+    tol: _Real,
+) -> list[Ellipsoid]:
+    """Make ellipsoids of many orientations and shapes, in random order.
+
+    Parameters
+    ----------
+    min_range, max_range : float
+        Bounds of the length of the vector whose components are the three ranges.
+    n_rays, tol
+        As for `generate_rotations`, which makes the frames.
+    n_scales : int
+        Half the number of shapes for each frame.
+    seed : int
+
+    Returns
+    -------
+    list of Ellipsoid
+        2 `n_scales` for each frame.
+
+    Raises
+    ------
+    ValueError
+        When a count is negative.
     """
 
 def generate_random_semisphere(size: _Integer, seed: _Integer) -> list[NDArray[np.float64]]:
@@ -803,6 +1840,104 @@ def generate_random_sphere(size: _Integer, seed: _Integer) -> list[NDArray[np.fl
         When `size` is negative.
     """
 
+def generate_rotations(n_rays: _Integer, seed: _Integer, tol: _Real) -> list[NDArray[np.float64]]:
+    """Make frames of axes from pairs of directions that are nearly at right angles.
+
+    Parameters
+    ----------
+    n_rays : int
+        Half the number of directions. The number of frames grows with its square.
+    seed : int
+    tol : float
+        A pair is used when the cosine between its directions is below this in size.
+
+    Returns
+    -------
+    list of numpy.ndarray, shape (3, 3)
+        Rows are orthogonal axes. The first has length 1, the other two sqrt(1 - cosine^2).
+
+    Raises
+    ------
+    ValueError
+        When `n_rays` is negative.
+    """
+
+def lognormal_distribution(m: _Real, s: _Real) -> Distribution:
+    """Make the distribution of the exponential of a normal.
+
+    Parameters
+    ----------
+    m, s : float
+        Mean and standard deviation of the logarithm.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def merge_clusters(locations: _Locations, labels: _Integers, max_angle: _Real) -> list[int]:
+    """Make clusters one that are close to each other, repeatedly.
+
+    Parameters
+    ----------
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+    labels : list of int
+        For each location the label of its cluster.
+    max_angle : float
+        Degrees. Clusters become one when two of their members are not further apart.
+
+    Returns
+    -------
+    list of int
+        For each location its new label, from 0 in order of first appearance.
+
+    Raises
+    ------
+    ValueError
+        When `locations` and `labels` are not equally many.
+    """
+
+def optimize_rotation(
+    locations: _Locations,
+    sample_size: _Integer = 30000,
+    n_iterations: _Integer = 20000,
+    n_threads: _Integer = 0,
+    seed: _Integer = 12356,
+    use_fixed_samples: bool = True,
+    n_rays: _Integer = 600,
+) -> tuple[Ellipsoid, BoundingBox]:
+    """Search at random for the rotation in which the outline of the locations has the smallest box.
+
+    What is made small is log(lx + 1) + log(ly + 1) + log(lz + 1), where lx, ly and lz are the sizes of
+    the box. The unrotated frame is always tried.
+
+    Parameters
+    ----------
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+    sample_size : int, default 30000
+        How many points of the outline a box is made of; all when there are not more.
+    n_iterations : int, default 20000
+        Number of rotations tried.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+        of its own.
+    seed : int, default 12356
+    use_fixed_samples : bool, default True
+        Whether all boxes are made of the same points. It counts as True when all points are used.
+    n_rays : int, default 600
+        Half the number of directions of the outline, which `extreme_points` finds.
+
+    Returns
+    -------
+    tuple of (Ellipsoid, BoundingBox)
+        The rotation, and the box of the whole outline in the rotated frame.
+
+    Raises
+    ------
+    ValueError
+        When there are no locations, no rays, or a count is negative.
+    """
+
 def orthogonolize_axes(T: _Matrix, sort: bool = True) -> NDArray[np.float64]:
     """Make the rows of a matrix orthogonal by Gram-Schmidt, without normalising them.
 
@@ -839,4 +1974,61 @@ def sort_matrix3d(T: _Matrix, orthogonalize: bool = True) -> NDArray[np.float64]
     Returns
     -------
     numpy.ndarray, shape (3, 3)
+    """
+
+def student_t_distribution(n: _Real) -> Distribution:
+    """Make a Student t distribution, drawn by the polar method of Bailey (1994).
+
+    Parameters
+    ----------
+    n : float
+        Degrees of freedom.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def uniform_distribution(a: _Real, b: _Real) -> Distribution:
+    """Make a uniform distribution.
+
+    Parameters
+    ----------
+    a, b : float
+        Its ends; the second one is not drawn.
+
+    Returns
+    -------
+    Distribution
+    """
+
+def variogram_computer(cov: Sequence[Covariance], data_var: _Real) -> SpatialFunction:
+    """Make the variogram of a covariance model, scaled to the variance of data.
+
+    Parameters
+    ----------
+    cov : list of Covariance
+        The covariance model.
+    data_var : float
+        Variance that the variogram rises to.
+
+    Returns
+    -------
+    SpatialFunction
+        (1 - C(d) / C(0)) `data_var` of a lag d.
+    """
+
+def weibull_distribution(a: _Real, b: _Real) -> Distribution:
+    """Make a Weibull distribution, drawn by inversion.
+
+    Parameters
+    ----------
+    a : float
+        Shape.
+    b : float
+        Scale.
+
+    Returns
+    -------
+    Distribution
     """

@@ -52,6 +52,25 @@ half: float = Kernel.spherical(0.5) + model[0](mapped) + nugget.sill
 text: str = nugget.type + str(ellipsoid)
 models = talvorix.generate_covariances(ellipsoid, 2, Kernel.gaussian, 3, 7, 10, 0.5, 1, 0.1, 1)
 estimates += talvorix.covariance_computer(models[0]).simulate(triples, n_threads=1)
+grid = talvorix.CartesianGrid((10, 10, 10.0), (2, 2, 3), origin=table[0])
+grids = [talvorix.CartesianGrid(mapped, table[0]), talvorix.CartesianGrid((1, 1, 1), values[:3])]
+blocks = talvorix.BlockModel(grid, np.asarray(grid)[:, 0] > 1)
+blocks = talvorix.BlockModel(base_grid=grid, mask=[True] * len(grid))
+estimates += simple(blocks, around, table, values) + Neighborhood(grid).find_neighbors(each[0], 2)
+nx, ny, nz = grid.number_of_cells()
+i, j, k = blocks.ijk(np.int64(1))
+box = talvorix.BoundingBox(talvorix.extreme_points(grid, n_threads=1))
+each, holes = talvorix.create_random_drillholes(box, 2, 1)
+holes = talvorix.merge_clusters(each, holes, 5) + talvorix.find_clusters(table, 2)
+normal = talvorix.gaussian_distribution()
+estimates += normal.simulate(3) + normal.simulate(N=3, n_threads=1) + normal.cdf(5, seed=-1)[1]
+scores = talvorix.NScore(talvorix.data_distribution(values, [1, 2, 1, 1, 1]), normal, n=1000)
+half = scores.forward(0.5) + talvorix.CDF(normal, 100).prob(np.float32(1)) + normal(talvorix.RNG(1))
+estimates += scores.backward(scores.forward(values))
+estimates += talvorix.exponential_distribution(2).simulate(1)
+each, estimates, holes = talvorix.compute_exp_variogram(table, values).get_variogram(mapped)
+each, estimates, holes = talvorix.compute_exp_variogram(table, values).get_variogram(90, dip=0)
+half += talvorix.variogram_computer(model, 2)(mapped)
 """
 WRONG = """\
 Kernel()
@@ -73,6 +92,12 @@ talvorix.covariance_computer([Kernel.spherical])
 ellipsoid.forward(triples).shape
 ellipsoid.forward((1, 2, 3)).append
 talvorix.Locations
+talvorix.CartesianGrid(number_of_cells=(1.5, 1, 1), cell_size=(1, 1, 1))
+talvorix.BlockModel(talvorix.CartesianGrid((1, 1, 1), (1, 1, 5)), table[:, 0])
+talvorix.Distribution()
+talvorix.NScore(talvorix.gaussian_distribution(), [1, 2, 3])
+talvorix.gaussian_distribution().simulate(3.5)
+talvorix.compute_exp_variogram(table, table[:, 0]).lags = []
 """
 
 
