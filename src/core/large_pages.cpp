@@ -5,7 +5,7 @@
 #include <unistd.h>
 #endif
 
-#include <cstdint>
+#include <memory>
 
 namespace talvorix {
 
@@ -16,11 +16,11 @@ void prefer_large_pages([[maybe_unused]] void* memory,
   if (bytes < worth_it) {
     return;
   }
-  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  const auto begin = (reinterpret_cast<std::uintptr_t>(memory) + page - 1) / page * page;
-  const auto end = (reinterpret_cast<std::uintptr_t>(memory) + bytes) / page * page;
-  // Where the system has no large pages to give, it says so and nothing changes.
-  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  if (std::align(page, page, memory, bytes) != nullptr) {
+    // Where the system has no large pages to give, it says so and nothing changes.
+    madvise(memory, bytes / page * page, MADV_HUGEPAGE);
+  }
 #endif
 }
 

@@ -184,9 +184,12 @@ Vector3 CartesianGrid::location(const CellTriple& cell) const {
 
 Locations CartesianGrid::corners() const {
   Locations corners;
-  for (int corner = 0; corner < 8; ++corner) {
-    const Vector3 of_cube(corner / 4, corner / 2 % 2, corner % 2);
-    corners.emplace_back(transformation_.backward(of_cube) + origin_);
+  for (const double u : {0.0, 1.0}) {
+    for (const double v : {0.0, 1.0}) {
+      for (const double w : {0.0, 1.0}) {
+        corners.emplace_back(transformation_.backward(Vector3(u, v, w)) + origin_);
+      }
+    }
   }
   return corners;
 }
