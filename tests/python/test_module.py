@@ -172,6 +172,11 @@ def test_a_forked_child_can_work_in_parallel():
     pytest.fail("the child hangs")
 
 
+def test_more_than_memory_holds_is_an_exception():
+    with pytest.raises(MemoryError):
+        talvorix.CartesianGrid((1, 1, 1), (2**20, 2**20, 2**14))
+
+
 @pytest.mark.quick
 def test_calls_from_several_python_threads():
     expected, results = small_job(), []
