@@ -110,23 +110,6 @@ class Composites:
 
 
 @dataclass
-class Grid:
-    """Regular blocks; `origin` is the low corner of the first block, not its centre."""
-
-    origin: np.ndarray
-    cells: np.ndarray
-    size: np.ndarray
-
-    def axis(self, k):
-        """Return the coordinates of the block centres along axis `k`."""
-        return self.origin[k] + (np.arange(self.cells[k]) + 0.5) * self.size[k]
-
-    def centres(self):
-        """Return the block centres, shape (nx * ny * nz, 3), z varying fastest."""
-        return np.stack(np.meshgrid(*map(self.axis, range(3)), indexing="ij"), -1).reshape(-1, 3)
-
-
-@dataclass
 class Job:
     """What is to be estimated and how; read from the options and the TOML file."""
 
@@ -134,7 +117,7 @@ class Job:
     model: list
     search: talvorix.Ellipsoid
     limits: dict
-    grid: Grid
+    grid: talvorix.CartesianGrid
     methods: list
     power: float
     mean: float | None
@@ -252,33 +235,43 @@ def read_limits(settings):
     return limits
 
 
+def read_columns(settings):
+    """Return the name of the table's column for each role."""
+    columns = {role: settings[role] for role in ROLES}
+    for role, column in columns.items():
+        if not isinstance(column, str):
+            raise InputError(f"{role}: expected the name of a column, got {column!r}")
+    return columns
+
+
+def read_grid(settings):
+    """Build the grid of block centres; the settings give the low corner of the first block."""
+    corner = np.array(check_numbers("origin", settings["origin"], (3,)))
+    cells = check_numbers("cells", settings["cells"], (3,), positive=3)
+    if any(cell != int(cell) for cell in cells):
+        raise InputError(f"cells: expected whole numbers, got {settings['cells']}")
+    size = np.array(check_numbers("size", settings["size"], (3,), positive=3))
+    return talvorix.CartesianGrid(
+        number_of_cells=tuple(map(int, cells)), cell_size=size, origin=corner + size / 2
+    )
+
+
 def read_job(settings):
     """Check all settings and build the job from them."""
     settings = DEFAULTS | settings
     for name, meaning in REQUIRED.items():
         if name not in settings:
             raise InputError(f"{name} is missing: give {meaning}")
-    columns = {role: settings[role] for role in ROLES}
-    for role, column in columns.items():
-        if not isinstance(column, str):
-            raise InputError(f"{role}: expected the name of a column, got {column!r}")
     search = check_numbers("search", settings["search"], (3, 6), positive=3)
-    cells = check_numbers("cells", settings["cells"], (3,), positive=3)
-    if any(cell != int(cell) for cell in cells):
-        raise InputError(f"cells: expected whole numbers, got {settings['cells']}")
     methods = settings["method"]
     if not isinstance(methods, list) or not methods or any(m not in METHODS for m in methods):
         raise InputError(f"method: expected a list of {', '.join(METHODS)}; got {methods!r}")
     return Job(
-        columns=columns,
+        columns=read_columns(settings),
         model=read_model(settings),
         search=talvorix.Ellipsoid(*search, *([0.0] * (6 - len(search)))),
         limits=read_limits(settings),
-        grid=Grid(
-            origin=np.array(check_numbers("origin", settings["origin"], (3,))),
-            cells=np.array(cells, dtype=int),
-            size=np.array(check_numbers("size", settings["size"], (3,), positive=3)),
-        ),
+        grid=read_grid(settings),
         methods=list(dict.fromkeys(methods)),
         power=check_number(settings, "power"),
         mean=check_numbers("mean", [settings["mean"]], (1,))[0] if "mean" in settings else None,
@@ -350,41 +343,37 @@ def read_composites(path, columns, needs_holes):
     return Composites(np.array(points), np.array(values), numbers, skipped)
 
 
-def drill_campaign(seed=20):
-    """Drill a tilted, anisotropic ore body whose grade rises along strike.
+def drill_campaign(seed=1):
+    """Drill a tilted ore body of lenses whose grade fades away from its middle.
 
     Returns
     -------
     Composites
-        About 2,500 composites of 5 m on 42 holes, in metres and grams per tonne.
+        About 3,400 samples, 5 m apart on 45 holes, in metres and grams per tonne.
     """
-    rng = np.random.default_rng(seed)
-    holes = []
-    for i, east in enumerate(np.linspace(80, 620, 7)):
-        for north in np.linspace(70, 530, 6) + 20 * (i % 2):
-            collar = rng.normal([east, north, 400], [7, 7, 3])
-            # Drilled toward the north-west, across the body, which dips to the south-east.
-            direction = talvorix.Direction(305 + rng.normal(0, 4), -rng.uniform(58, 85))
-            depths = np.arange(2.5, rng.uniform(250, 350), 5.0)
-            holes.append(collar + depths[:, None] * np.ravel(direction))
-    locations = np.round(np.concatenate(holes), 2)
-
-    def field(ellipsoid, waves=400):
-        # A sum of random waves whose lengths follow the ellipsoid: a smooth Gaussian field.
-        frequencies = rng.standard_normal((waves, 3)) @ np.asarray(ellipsoid.matrix()) * 1.8
-        phases = rng.uniform(0, 2 * np.pi, waves)
-        return np.cos(locations @ frequencies.T + phases).sum(1) * math.sqrt(2 / waves)
-
-    body = talvorix.Ellipsoid(260, 150, 38, 35, -8, 52)
-    across = ((locations - [350, 300, 255]) @ np.asarray(body.matrix()).T)[:, 2]
-    thickness = np.exp(
-        -0.5 * (across + 0.25 * field(talvorix.Ellipsoid(220, 160, 160, 35, 0, 0))) ** 2
+    # Holes toward the north-west go across the lenses, which dip to the south-east. Their collars
+    # reach beyond the grid in the east, so that its lower corner there is drilled as well.
+    box = talvorix.BoundingBox([[0, 0, 40], [740, 600, 420]])
+    locations, holes = talvorix.create_random_drillholes(
+        box, n_holes=45, spacing=5.0, azimuth=305, dip=-70, delta_angle=7, seed=678
     )
-    strike = (locations - [350, 300, 0]) @ np.ravel(talvorix.Direction(35, 0))
-    grade = thickness * (2.4 + 0.0035 * strike) + 0.15
-    grade *= np.exp(0.38 * field(body) + 0.22 * rng.standard_normal(len(locations)))
-    numbers = np.repeat(np.arange(len(holes), dtype=np.int32), [len(hole) for hole in holes])
-    return Composites(locations, np.round(grade, 3), numbers)
+    locations = np.round(locations, 2).reshape(-1, 3)
+
+    rng = np.random.default_rng(seed)
+    lenses = talvorix.Ellipsoid(280, 190, 80, 35, -8, 52)
+    # A sum of random waves. Frequencies that are ratios of normal variates give it the covariance
+    # of an exponential structure with the ranges of the lenses.
+    waves = 500
+    frequencies = 3 * rng.standard_normal((waves, 3)) @ np.asarray(lenses.matrix())
+    frequencies /= np.abs(rng.standard_normal((waves, 1)))
+    phases = rng.uniform(0, 2 * np.pi, waves)
+    richness = np.cos(locations @ frequencies.T + phases).sum(1) * math.sqrt(2 / waves)
+    grade = np.exp(0.6 * richness + 0.2 * rng.standard_normal(len(locations)))
+
+    axes = np.asarray(talvorix.Ellipsoid(1000, 1, 200, 35, -8, 52).matrix())
+    along, _, across = axes @ (locations - [350, 300, 240]).T
+    grade = 0.1 + grade * (1 + along) * np.exp(-0.5 * across**2)
+    return Composites(locations, np.round(grade, 3), np.asarray(holes, dtype=np.int32))
 
 
 # Search and estimation ---------------------------------------------------------------------------
@@ -460,12 +449,12 @@ def plan_search(blocks, composites, search, limits, n_threads):
 
 
 def estimate(method, blocks, reach, composites, job, n_threads):
-    """Estimate all blocks by one method.
+    """Estimate the active cells of a block model by one method.
 
     Returns
     -------
     estimates, variances : numpy.ndarray, shape (n,)
-        NaN where `reach` is 0. The variances are the kriging variances; None for the methods
+        One for each active cell. The variances are the kriging variances; None for the methods
         that have none.
     """
     neighborhood = talvorix.Neighborhood(composites.locations, job.search)
@@ -474,17 +463,16 @@ def estimate(method, blocks, reach, composites, job, n_threads):
         "dhids": composites.holes,
         "max_neis_by_dhid": job.limits["max_per_hole"],
     }
+    locations = np.asarray(blocks)
     data = (composites.locations, composites.values)
     mean = float(composites.values.mean()) if job.mean is None else job.mean
-    estimates = np.full(len(blocks), np.nan)
-    variances = np.full(len(blocks), np.nan) if method in ("ordinary", "simple") else None
+    estimates = np.empty(len(blocks))
+    variances = np.empty(len(blocks)) if method in ("ordinary", "simple") else None
     # Blocks that need equally many nearest samples share a call.
     by_reach = np.argsort(reach, kind="stable")
     sizes, starts = np.unique(reach[by_reach], return_index=True)
     for size, rows in zip(sizes.tolist(), np.split(by_reach, starts[1:]), strict=True):
-        if size == 0:
-            continue
-        targets = blocks[rows]
+        targets = locations[rows]
         if method == "ordinary":
             estimates[rows], variances[rows] = talvorix.compute_ordinary_kriging(
                 targets, *data, job.model, neighborhood, size, n_threads=n_threads, **limits
@@ -504,16 +492,32 @@ def estimate(method, blocks, reach, composites, job, n_threads):
 # Results -----------------------------------------------------------------------------------------
 
 
-def write_blocks(folder, job, columns):
-    """Write blocks.csv with the estimated blocks and blocks.npz with all of them."""
-    centres = job.grid.centres()
+def axes_of(grid):
+    """Return the coordinates of the block centres along x, along y and along z."""
+    cells = np.asarray(grid).reshape(*grid.number_of_cells(), 3)
+    return cells[:, 0, 0, 0], cells[0, :, 0, 1], cells[0, 0, :, 2]
+
+
+def write_blocks(folder, blocks, columns):
+    """Write blocks.csv with the estimated blocks and blocks.npz with all of them.
+
+    Parameters
+    ----------
+    folder : pathlib.Path
+    blocks : talvorix.BlockModel
+        Its active cells are the estimated blocks.
+    columns : dict
+        What is known of every cell of the grid, by name.
+    """
     rows = columns["samples"] > 0
-    table = np.column_stack([centres[rows], *(column[rows] for column in columns.values())])
+    table = np.column_stack([blocks, *(column[rows] for column in columns.values())])
     formats = ["%.10g"] * 3 + ["%d" if name == "samples" else "%.7g" for name in columns]
     header = ",".join(["x", "y", "z", *columns])
     np.savetxt(folder / "blocks.csv", table, formats, ",", header=header, comments="")
-    cubes = {name: column.reshape(job.grid.cells) for name, column in columns.items()}
-    axes = {f"{axis}_centres": job.grid.axis(k) for k, axis in enumerate("xyz")}
+    shape = blocks.number_of_cells()
+    cubes = {name: column.reshape(shape) for name, column in columns.items()}
+    centres = zip("xyz", axes_of(blocks.base_grid()), strict=True)
+    axes = {f"{axis}_centres": along for axis, along in centres}
     np.savez_compressed(folder / "blocks.npz", **axes, **cubes)
 
 
@@ -531,18 +535,21 @@ def draw(path, job, composites, estimates, method):
     They are cut where the samples are richest: at the level and the row of blocks whose samples
     add up to most.
     """
-    grid, cube = job.grid, estimates.reshape(job.grid.cells)
+    shape = job.grid.number_of_cells()
+    cube, axes = estimates.reshape(shape), axes_of(job.grid)
     locations, values = composites.locations, composites.values
-    ends = grid.origin + grid.cells * grid.size
+    size = np.ravel(job.grid.cell_size())
+    origin = np.ravel(job.grid(0)) - size / 2
+    ends = origin + shape * size
     low, high = np.percentile(values, [2, 98])
     colours = {"cmap": "viridis", "vmin": low, "vmax": high}
 
     def richest(axis):
-        edges = grid.origin[axis] + np.arange(grid.cells[axis] + 1) * grid.size[axis]
+        edges = origin[axis] + np.arange(shape[axis] + 1) * size[axis]
         metal = np.histogram(locations[:, axis], edges, weights=values - values.min())[0]
         return int(metal.argmax())
 
-    wide, deep, high_up = ends - grid.origin
+    wide, deep, high_up = ends - origin
     figure, panels = plt.subplots(
         nrows=2,
         figsize=(7.6, float(np.clip(5.7 * (deep + high_up) / wide + 1.2, 4, 14))),
@@ -556,13 +563,16 @@ def draw(path, job, composites, estimates, method):
         panels, (1, 2), (2, 1), titles, labels, strict=True
     ):
         cut = richest(through)
-        at = grid.axis(through)[cut]
-        extent = [grid.origin[0], ends[0], grid.origin[up], ends[up]]
-        blocks = cube.take(cut, through).T
+        at = axes[through][cut]
+        extent = [origin[0], ends[0], origin[up], ends[up]]
         image = panel.imshow(
-            blocks, origin="lower", extent=extent, interpolation="nearest", **colours
+            cube.take(cut, through).T,
+            origin="lower",
+            extent=extent,
+            interpolation="nearest",
+            **colours,
         )
-        near = np.abs(locations[:, through] - at) <= grid.size[through]
+        near = np.abs(locations[:, through] - at) <= size[through]
         x, y = locations[near, 0], locations[near, up]
         panel.scatter(x, y, s=14, c=values[near], ec="white", lw=0.4, **colours)
         panel.set(title=title.format(at), ylabel=label, xlim=extent[:2], ylim=extent[2:])
@@ -583,7 +593,7 @@ def print_summary(composites, job, results):
         f"{len(values):,} samples, mean {values.mean():.4f}, variance {values.var():.4f}; "
         f"{composites.skipped:,} rows without a value skipped"
     )
-    print(f"{job.grid.cells.prod():,} blocks;", ", ".join(f"{k} {v}" for k, v in limits.items()))
+    print(f"{len(job.grid):,} blocks;", ", ".join(f"{k} {v}" for k, v in limits.items()))
     print(f"\n{'method':<18}{'estimated':>11}{'mean':>10}{'variance':>10}", end="")
     print(f"{'seconds':>9}{'blocks/s':>11}")
     for method, (estimates, seconds) in results.items():
@@ -593,29 +603,68 @@ def print_summary(composites, job, results):
         print(f"{seconds:>9.2f}{len(done) / seconds:>11,.0f}")
 
 
-def parse_arguments(argv):
-    """Parse the command line; settings that are not given are absent from the result."""
+ELLIPSOID = "R1 R2 R3 AZIMUTH DIP RAKE"
+DATA_OPTIONS = {
+    "columns of the table": [(role, str, "NAME", None) for role in ROLES],
+    "covariance model": [
+        ("structure", structure_table, f"'KIND SILL {ELLIPSOID}'", ", ".join(KINDS)),
+        ("nugget", float, "SILL", None),
+        ("multiplier", float, "FACTOR", "of the nugget and all sills"),
+    ],
+}
+
+
+def make_parser(description, epilog, groups):
+    """Make a parser of a table, a file of settings, an output folder and groups of settings.
+
+    Parameters
+    ----------
+    description, epilog : str
+    groups : dict
+        For each title the settings as (name, type, metavar, help). Settings that are not given
+        are absent from what the parser returns.
+
+    Returns
+    -------
+    argparse.ArgumentParser
+    """
     parser = argparse.ArgumentParser(
-        description="Estimate a block model from drillhole composites, write it and draw it.",
-        epilog=SEARCH_HELP,
+        description=description,
+        epilog=epilog,
         formatter_class=argparse.RawDescriptionHelpFormatter,
         argument_default=argparse.SUPPRESS,
     )
     table_help = "default: drill a small ore body"
     parser.add_argument("table", nargs="?", default=None, metavar="COMPOSITES.csv", help=table_help)
-    parser.add_argument("--model", metavar="FILE", help="TOML file of any of the settings below")
+    parser.add_argument("--model", metavar="FILE", help="TOML file of settings, as campaign.toml")
     parser.add_argument("--out", default="out", metavar="FOLDER", help="default: %(default)s")
     parser.add_argument("--threads", type=int, default=0, metavar="N", help="default: all")
-    ellipsoid = "R1 R2 R3 AZIMUTH DIP RAKE"
-    groups = {
-        "columns of the table": [(role, str, "NAME", None) for role in ROLES],
-        "covariance model": [
-            ("structure", structure_table, f"'KIND SILL {ellipsoid}'", f"{', '.join(KINDS)}"),
-            ("nugget", float, "SILL", None),
-            ("multiplier", float, "FACTOR", "of the nugget and all sills"),
-        ],
+    for title, settings in groups.items():
+        group = parser.add_argument_group(title)
+        for name, kind, metavar, text in settings:
+            notes = [text] if text else []
+            repeatable = name in ("structure", "method", "direction")
+            if repeatable:
+                notes.append("repeatable")
+            if DEFAULTS.get(name):
+                default = DEFAULTS[name]
+                shown = ", ".join(default) if isinstance(default, list) else default
+                notes.append(f"default: {shown}")
+            group.add_argument(
+                f"--{name.replace('_', '-')}",
+                type=kind,
+                metavar=metavar,
+                action="append" if repeatable else "store",
+                help="; ".join(notes) or None,
+            )
+    return parser
+
+
+def parse_arguments(argv):
+    """Parse the command line; settings that are not given are absent from the result."""
+    groups = DATA_OPTIONS | {
         "search": [
-            ("search", number_list, f"'{ellipsoid}'", "the search ellipsoid"),
+            ("search", number_list, f"'{ELLIPSOID}'", "the search ellipsoid"),
             ("min_samples", int, "N", None),
             ("max_samples", int, "N", None),
             ("max_per_hole", int, "N", "0 for no limit"),
@@ -633,24 +682,16 @@ def parse_arguments(argv):
             ("power", float, "POWER", "of the inverse distance"),
         ],
     }
-    for title, settings in groups.items():
-        group = parser.add_argument_group(title)
-        for name, kind, metavar, text in settings:
-            notes = [text] if text else []
-            if name in ("structure", "method"):
-                notes.append("repeatable")
-            if DEFAULTS.get(name):
-                default = DEFAULTS[name]
-                shown = ", ".join(default) if isinstance(default, list) else default
-                notes.append(f"default: {shown}")
-            group.add_argument(
-                f"--{name.replace('_', '-')}",
-                type=kind,
-                metavar=metavar,
-                action="append" if name in ("structure", "method") else "store",
-                help="; ".join(notes) or None,
-            )
-    return vars(parser.parse_args(argv))
+    description = "Estimate a block model from drillhole composites, write it and draw it."
+    return vars(make_parser(description, SEARCH_HELP, groups).parse_args(argv))
+
+
+def make_folder(path):
+    """Make the output folder."""
+    try:
+        path.mkdir(parents=True, exist_ok=True)
+    except OSError as problem:
+        raise InputError(f"--out: the folder cannot be made: {problem}") from None
 
 
 def run(options):
@@ -666,26 +707,30 @@ def run(options):
         composites = read_composites(Path(table), job.columns, by_hole)
     else:
         composites = drill_campaign()
-    try:
-        folder.mkdir(parents=True, exist_ok=True)
-    except OSError as problem:
-        raise InputError(f"--out: the folder cannot be made: {problem}") from None
+    make_folder(folder)
     if not table:
         write_composites(folder / "composites.csv", composites, job.columns)
 
-    blocks = job.grid.centres()
-    reach, samples = plan_search(blocks, composites, job.search, job.limits, n_threads)
+    centres = np.asarray(job.grid)
+    reach, samples = plan_search(centres, composites, job.search, job.limits, n_threads)
+    active = samples > 0
+    blocks = talvorix.BlockModel(job.grid, active)
     columns, results = {"samples": samples}, {}
+
+    def add_column(name, of_active):
+        columns[name] = np.full(len(active), np.nan)
+        columns[name][active] = of_active
+
     for method in job.methods:
         start = time.perf_counter()
-        estimates, variances = estimate(method, blocks, reach, composites, job, n_threads)
+        estimates, variances = estimate(method, blocks, reach[active], composites, job, n_threads)
         results[method] = estimates, time.perf_counter() - start
-        columns[method] = estimates
+        add_column(method, estimates)
         if variances is not None:
-            columns[f"{method}_variance"] = variances
+            add_column(f"{method}_variance", variances)
     print_summary(composites, job, results)
-    write_blocks(folder, job, columns)
-    draw(folder / "estimates.png", job, composites, results[job.methods[0]][0], job.methods[0])
+    write_blocks(folder, blocks, columns)
+    draw(folder / "estimates.png", job, composites, columns[job.methods[0]], job.methods[0])
     print(f"\nwritten: {folder / 'blocks.csv'}, blocks.npz, estimates.png")
 
 

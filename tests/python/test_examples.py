@@ -201,8 +201,7 @@ def test_variogram_of_a_plane_wave(tmp_path, monkeypatch):
     options = [tmp_path / "table.csv", *model, *narrow, "--out", tmp_path]
     table = read_directions(run_script(*options, script=VARIOGRAM))
     axes = {"major axis": [40, -20], "middle axis": [310, 0], "minor axis": [220, -70]}
-    angles = {name: row[:2] for name, row in table.items()}
-    assert angles == axes | {"along the holes": [120, -60]}
+    assert {name: row[:2] for name, row in table.items()} == axes | {"along the holes": [120, -60]}
     # Across the planes the wave reaches 95 % of its variance where its cosine is 0.05; within them
     # it never does. The spherical model does where 1.5 h - 0.5 h^3 is 0.95.
     reach = next(h for h in np.roots([0.5, 0, -1.5, 0.95]) if 0 < h < 1)
@@ -277,13 +276,11 @@ def test_bad_input_exits_2_and_names_the_place(
     ("options", "expected"),
     [
         (["--direction=3 95"], ["direction", "-90 to 90", "got 95"]),
-        (["--direction=3"], ["direction", "2 numbers"]),
         (["--max-lag=0"], ["max_lag", "above 0"]),
         (["--map-lag=999"], ["map_lag", "about 999", "there are from"]),
         (["--most-samples=1"], ["most_samples", "at least 2", "got 1"]),
         (["--value=flat"], ["column 'flat'", "values that differ", "7 only"]),
         (["--hole=BHID"], ["no column 'BHID' for --hole"]),
-        (["--structure=cubic 1 9 9 9"], ["structure 1", "'cubic'"]),
     ],
 )
 def test_variogram_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, expected):
@@ -294,8 +291,7 @@ def test_variogram_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, e
     Path("table.csv").write_text("\n".join(rows) + "\n")
     assert script.main(["table.csv", *options]) == 2
     message = capsys.readouterr().err
-    for piece in expected:
-        assert piece in message
+    assert [piece for piece in expected if piece not in message] == []
     assert not Path("out").exists()
 
 
