@@ -5,16 +5,10 @@ Usage: python kriging.py [COMPOSITES.csv] [--targets N] [--repeats R] [--out FIL
 Everything is measured in this one run; README.md says what each table shows.
 """
 
-import argparse
 import csv
 import ctypes
 import dataclasses
-import importlib.metadata
 import multiprocessing
-import os
-import platform
-import shlex
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -23,9 +17,19 @@ from pathlib import Path
 
 import numpy as np
 import talvorix
+from common import (
+    HERE,
+    compile_library,
+    finish,
+    load_composites,
+    machine,
+    parse_arguments,
+    peer_version,
+    rate,
+    run_program,
+    table,
+)
 
-HERE = Path(__file__).resolve().parent
-FLAGS = "-O3 -DNDEBUG -march=x86-64-v3 -std=c++20"
 # Ranges, azimuth, dip, rake; in the unit of the coordinates.
 SEARCH = (850.0, 600.0, 250.0, 35.0, -10.0, 5.0)
 SHORT = (450.0, 300.0, 120.0, 20.0, -5.0, 10.0)
@@ -66,70 +70,6 @@ def variants_of(kind):
         Variant(kind, 30, octant=2),
         Variant(kind, 30, hole=3),
     ]
-
-
-@dataclasses.dataclass
-class Data:
-    """Composites: locations, values, hole numbers, and the names of both in the report."""
-
-    locations: np.ndarray
-    values: np.ndarray
-    holes: np.ndarray
-    name: str
-
-    def take(self, rows, name):
-        """Return some of the composites under another name."""
-        return Data(self.locations[rows], self.values[rows], self.holes[rows], name)
-
-
-def read_composites(path):
-    """Read the composites that have a copper grade."""
-    columns = ("x_ft", "y_ft", "z_ft", "cu_pct", "hole_id")
-    with open(path, newline="") as file:
-        reader = csv.DictReader(file)
-        missing = [name for name in columns if name not in (reader.fieldnames or ())]
-        if missing:
-            raise SystemExit(
-                f"{path}: no column {missing[0]!r}; the header was expected to name "
-                + ", ".join(columns)
-            )
-        rows = [[row[name] for name in columns] for row in reader]
-    try:
-        table = np.array([[float(text or "nan") for text in row] for row in rows])
-    except ValueError as error:
-        raise SystemExit(f"{path}: {error}; numbers were expected in {columns}") from None
-    table = table[np.isfinite(table[:, 3])]
-    return Data(table[:, :3].copy(), table[:, 3].copy(), table[:, 4].astype(int), path.name)
-
-
-def make_campaign(seed=1):
-    """Return 21,000 composites on 390 inclined holes whose grades follow a smooth field."""
-    rng = np.random.default_rng(seed)
-    n_holes, n = 390, 21_000
-    # Holes come in fences along strike with some scatter, and end at depths of their own.
-    collars = np.column_stack([rng.uniform(0, 15_000, n_holes), rng.normal(5_000, 1_800, n_holes)])
-    lengths = rng.multinomial(n - 4 * n_holes, rng.dirichlet(np.full(n_holes, 2.0))) + 4
-    azimuths = np.radians(rng.normal(330, 15, n_holes))
-    dips = np.radians(np.clip(rng.normal(-80, 8, n_holes), -90, -45))
-    directions = np.column_stack(
-        [np.cos(dips) * np.sin(azimuths), np.cos(dips) * np.cos(azimuths), np.sin(dips)]
-    )
-    holes = np.repeat(np.arange(n_holes), lengths)
-    steps = np.concatenate([np.arange(length) for length in lengths]) * 10.0 + 5.0
-    start = np.column_stack([collars, rng.normal(0, 20, n_holes)])
-    start[:, 2] -= rng.uniform(0, 1_800, n_holes)
-    locations = start[holes] + steps[:, None] * directions[holes]
-    waves = rng.normal(size=(60, 3)) / np.array([700.0, 500.0, 150.0])
-    phases = rng.uniform(0, 2 * np.pi, 60)
-    field = np.cos(locations @ waves.T + phases).sum(axis=1) / np.sqrt(30)
-    values = 0.2 * np.exp(0.8 * (np.sqrt(0.85) * field + np.sqrt(0.15) * rng.normal(size=n)))
-    return Data(locations, values, holes, "a campaign made of random numbers")
-
-
-def without_coincident(data):
-    """Keep the first composite of every position: some packages accept no second."""
-    _, first = np.unique(data.locations, axis=0, return_index=True)
-    return data.take(np.sort(first), data.name)
 
 
 def block_grid(locations, count):
@@ -276,13 +216,10 @@ class Floor:
     """The kd-tree and the solver alone, compiled from floor.cpp."""
 
     def __init__(self, folder, compiler, flags):
-        library = Path(folder) / "floor.so"
         eigen = subprocess.run(
             ["pkg-config", "--cflags", "eigen3"], capture_output=True, text=True, check=False
         ).stdout.split() or ["-I/usr/include/eigen3"]
-        command = [compiler, *shlex.split(flags), *eigen, "-fopenmp", "-shared", "-fPIC"]
-        subprocess.run([*command, str(HERE / "floor.cpp"), "-o", str(library)], check=True)
-        self.library = ctypes.CDLL(str(library))
+        self.library = compile_library(folder, "floor.cpp", compiler, flags, [*eigen, "-fopenmp"])
         array = np.ctypeslib.ndpointer(np.float64, flags="C_CONTIGUOUS")
         self.library.floor_index.restype = ctypes.c_void_p
         self.library.floor_index.argtypes = [array, ctypes.c_size_t]
@@ -315,19 +252,6 @@ class Floor:
             self.index, targets, len(targets), neighbors, matrix, right, len(right), n_threads
         )
         return time.perf_counter() - start
-
-
-def table(header, rows):
-    """Return a Markdown table."""
-    lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
-    return "\n".join("| " + " | ".join(map(str, line)) + " |" for line in lines)
-
-
-def rate(count, seconds):
-    """Return targets a second with three significant digits."""
-    speed = count / seconds
-    digits = 2 - int(np.floor(np.log10(speed)))
-    return f"{round(speed, digits):,.0f}"
 
 
 def measure_floor(data, targets, floor, repeats, failures):
@@ -429,25 +353,8 @@ def write_problem(folder, variant, data, targets):
     places.tofile(folder / "targets.bin")
 
 
-def peer_version(name):
-    """Return the installed version of another package, or None."""
-    if name == "gstat":
-        if not shutil.which("Rscript"):
-            return None
-        query = "cat(as.character(packageVersion('gstat')))"
-        answer = subprocess.run(
-            ["Rscript", "-e", query], capture_output=True, text=True, check=False
-        )
-        return answer.stdout if answer.returncode == 0 else None
-    try:
-        return importlib.metadata.version(name)
-    except importlib.metadata.PackageNotFoundError:
-        return None
-
-
 def run_peer(name, variant, data, targets):
     """Solve a problem in another package; return seconds, estimates and variances."""
-    single = ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS", "MKL_NUM_THREADS")
     with tempfile.TemporaryDirectory() as folder:
         write_problem(Path(folder), variant, data, targets)
         program = (
@@ -455,18 +362,7 @@ def run_peer(name, variant, data, targets):
             if name == "gstat"
             else [sys.executable, str(HERE / "peers.py"), name]
         )
-        answer = subprocess.run(
-            [*program, folder],
-            env=os.environ | dict.fromkeys(single, "1"),
-            capture_output=True,
-            text=True,
-            check=False,
-        )
-        result = Path(folder) / "result.bin"
-        if answer.returncode or not result.exists():
-            lines = (answer.stderr or answer.stdout).strip().splitlines()
-            raise RuntimeError(lines[-1] if lines else f"exit code {answer.returncode}")
-        seconds, *values = np.fromfile(result)
+        seconds, *values = run_program([*program, folder], Path(folder) / "result.bin")
     return seconds, *np.split(np.array(values), 2)
 
 
@@ -618,61 +514,20 @@ def measure_conversion(data, count, floor, repeats):
     return table(header, rows)
 
 
-def machine(compiler, flags):
-    """Return a line on the processor, the threads and the floor's compiler."""
-    model = platform.processor()
-    for line in Path("/proc/cpuinfo").read_text().splitlines():
-        if line.startswith("model name"):
-            model = line.split(":", 1)[1].strip()
-            break
-    version = subprocess.run([compiler, "--version"], capture_output=True, text=True, check=True)
-    return (
-        f"{model}, {talvorix.check_n_threads(0)} threads; Python {platform.python_version()}, "
-        f"numpy {np.__version__}; floor compiled by {version.stdout.splitlines()[0]} with {flags}"
-    )
-
-
-def command_line(arguments):
-    """Return the command without the folders, which mean nothing elsewhere."""
-    words = ["kriging.py"]
-    if arguments.composites:
-        words.append(arguments.composites.name)
-    for name in ("targets", "conversion_targets", "repeats"):
-        words += [f"--{name.replace('_', '-')}", str(getattr(arguments, name))]
-    if arguments.no_peers:
-        words.append("--no-peers")
-    return shlex.join(["python", *words])
-
-
-def parse_arguments():
-    """Return the arguments of the command line."""
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("composites", nargs="?", type=Path, metavar="COMPOSITES.csv")
-    parser.add_argument("--targets", type=int, default=100_000, metavar="N")
-    parser.add_argument("--conversion-targets", type=int, default=1_000_000, metavar="N")
-    parser.add_argument("--repeats", type=int, default=3, metavar="R", help="the best one counts")
-    parser.add_argument("--no-peers", action="store_true", help="leave other packages out")
-    parser.add_argument("--compiler", default="g++", help="of the floor")
-    parser.add_argument("--flags", default=FLAGS, help="of the floor; default: %(default)s")
-    parser.add_argument("--out", type=Path, metavar="FILE.md", help="write the report there too")
-    arguments = parser.parse_args()
-    for name in ("targets", "conversion_targets", "repeats"):
-        if getattr(arguments, name) < 1:
-            parser.error(f"--{name.replace('_', '-')}: a number of at least 1 was expected")
-    return arguments
-
-
 def main():
     """Measure everything and print the report; fail when a result is wrong."""
-    arguments = parse_arguments()
-    data = read_composites(arguments.composites) if arguments.composites else make_campaign()
-    data = without_coincident(data)
+    sizes = {
+        "targets": (100_000, "targets of the kriging"),
+        "conversion_targets": (1_000_000, "targets of the calls whose conversions are measured"),
+        "repeats": (3, "the best one counts"),
+    }
+    arguments = parse_arguments("kriging.py", __doc__.splitlines()[0], sizes)
+    data = load_composites(arguments.composites)
     targets = block_grid(data.locations, arguments.targets)
     failures = []
     with tempfile.TemporaryDirectory() as folder:
         floor = Floor(folder, arguments.compiler, arguments.flags)
         report = [
-            f"Made by `{command_line(arguments)}`.",
             f"Ordinary kriging from {len(data.values):,} composites on "
             f"{len(np.unique(data.holes))} holes ({data.name}), {len(targets):,} targets, "
             f"best of {arguments.repeats}.",
@@ -687,12 +542,7 @@ def main():
             "### Beside other packages, one thread each",
             measure_peers(data, targets, arguments.repeats, failures),
         ]
-    text = "\n\n".join(report) + "\n"
-    print(text)
-    if arguments.out:
-        arguments.out.write_text(text)
-    if failures:
-        raise SystemExit("wrong results:\n" + "\n".join(failures))
+    finish(report, arguments, failures)
 
 
 if __name__ == "__main__":
