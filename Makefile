@@ -21,9 +21,10 @@ TOOLS := PATH="$(CURDIR)/$(BIN):$$PATH"
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 
 DEMO_OUT ?= demo
-# Passed through: make test PYTEST_ARGS="-k kriging", make bench BENCH_ARGS="--targets 20000".
+# Passed through: make test PYTEST_ARGS="-k kriging", make bench BENCH=variogram BENCH_ARGS="composites.csv".
 PYTEST_ARGS ?=
 CTEST_ARGS ?=
+BENCH ?= kriging
 BENCH_ARGS ?=
 
 # Folders count as sources too: theirs is the time that changes when a file goes away.
@@ -116,8 +117,8 @@ sanitize-tsan: $(SETUP_STAMP) ## The parallel native tests under the thread sani
 stubs: $(BUILD_STAMP) ## Write the type stubs anew from the built module
 	$(BIN)/python tools/make_stubs.py
 
-bench: $(BUILD_STAMP) ## Run the benchmarks (BENCH_ARGS are passed on)
-	$(BIN)/python benchmarks/kriging.py $(BENCH_ARGS)
+bench: $(BUILD_STAMP) ## Run a script of benchmarks/ (BENCH names it, BENCH_ARGS are passed on)
+	$(BIN)/python benchmarks/$(BENCH).py $(BENCH_ARGS)
 
 clean: ## Remove what was built, but not .venv
 	rm -rf build dist $(DEMO_OUT) .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)
