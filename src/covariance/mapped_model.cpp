@@ -70,23 +70,6 @@ void GatheredPoints::reserve(std::size_t n_points) {
   }
 }
 
-void GatheredPoints::gather(const std::vector<std::size_t>& points) {
-  reserve(points.size());
-  size_ = points.size();
-  const std::size_t record_size = model_->record_size();
-  for (std::size_t k = 0; k < size_; ++k) {
-    const double* record = model_->records_.data() + points[k] * record_size;
-    for (std::size_t c = 0; c < record_size; ++c) {
-      coordinates_[c * capacity_ + k] = record[c];
-    }
-  }
-  // What stands in the padding is computed with, but is no point: it must not look like one.
-  for (std::size_t c = 0; c < record_size; ++c) {
-    std::fill_n(coordinates_.data() + c * capacity_ + size_, Kernel::padding,
-                std::numeric_limits<double>::quiet_NaN());
-  }
-}
-
 double GatheredPoints::squared_distances(std::size_t space, const double* from, std::size_t first,
                                          double* out) const {
   using Lanes = Eigen::Array<double, static_cast<int>(Kernel::padding), 1>;
@@ -108,8 +91,16 @@ double GatheredPoints::squared_distances(std::size_t space, const double* from, 
 
 const double* GatheredPoints::covariances_with(const Vector3& location) {
   model_->map(location, target_.data());
+  return covariances_with_record(target_.data());
+}
+
+const double* GatheredPoints::covariances_with_point(std::size_t point) {
+  return covariances_with_record(model_->records_.data() + point * model_->record_size());
+}
+
+const double* GatheredPoints::covariances_with_record(const double* record) {
   sum_terms(size_, [&](std::size_t space) {
-    return squared_distances(space, target_.data() + 3 * space, 0, lags_.data());
+    return squared_distances(space, record + 3 * space, 0, lags_.data());
   });
   return sums_.data();
 }

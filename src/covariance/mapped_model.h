@@ -54,11 +54,15 @@ class GatheredPoints {
   explicit GatheredPoints(const MappedModel& model)
       : model_(&model), smallest_(model.spaces_.size(), 0.0) {}
 
-  void gather(const std::vector<std::size_t>& points);
+  // Takes any list of positions among the model's points.
+  template <class Positions>
+  void gather(const Positions& points);
   std::size_t size() const { return size_; }
 
   // Covariances between every gathered point and a location, in order; valid until the next call.
   const double* covariances_with(const Vector3& location);
+  // The same with one of the model's points.
+  const double* covariances_with_point(std::size_t point);
 
   // Calls store(j, column) for every gathered point j from the first, where column holds its
   // covariances with the points j + 1 to size() - 1. between() is called between pieces of work of
@@ -76,6 +80,7 @@ class GatheredPoints {
     return coordinates_.data() + (3 * space + axis) * capacity_;
   }
   void reserve(std::size_t n_points);
+  const double* covariances_with_record(const double* record);
   // Squared distances from a point of a space to the gathered points first to size() - 1. Whole
   // lanes are written, into the padding of out. Returns the smallest one.
   double squared_distances(std::size_t space, const double* from, std::size_t first,
@@ -94,6 +99,24 @@ class GatheredPoints {
   std::vector<double> sums_;
   std::vector<double> smallest_;  // of the squared distances last measured in each space
 };
+
+template <class Positions>
+void GatheredPoints::gather(const Positions& points) {
+  reserve(points.size());
+  size_ = points.size();
+  const std::size_t record_size = model_->record_size();
+  for (std::size_t k = 0; k < size_; ++k) {
+    const double* record = model_->records_.data() + points[k] * record_size;
+    for (std::size_t c = 0; c < record_size; ++c) {
+      coordinates_[c * capacity_ + k] = record[c];
+    }
+  }
+  // What stands in the padding is computed with, but is no point: it must not look like one.
+  for (std::size_t c = 0; c < record_size; ++c) {
+    std::fill_n(coordinates_.data() + c * capacity_ + size_, Kernel::padding,
+                std::numeric_limits<double>::quiet_NaN());
+  }
+}
 
 template <class FillLags>
 double GatheredPoints::sum_terms(std::size_t count, FillLags&& fill_lags) {

@@ -89,6 +89,8 @@ void register_families(py::module_& m) {
   register_distribution_module(m);
   register_estimation_module(m);
   register_variogram_module(m);
+  register_kfold_module(m);
+  register_optimization_module(m);
 }
 
 // An object made by __new__ alone holds no value. Where one is asked for, the binding library would

@@ -13,5 +13,7 @@ void register_grid_module(pybind11::module_& m);
 void register_distribution_module(pybind11::module_& m);
 void register_estimation_module(pybind11::module_& m);
 void register_variogram_module(pybind11::module_& m);
+void register_kfold_module(pybind11::module_& m);
+void register_optimization_module(pybind11::module_& m);
 
 }  // namespace talvorix::python

@@ -2,7 +2,7 @@
 # Lines of docstrings may be too long: they were laid out for help(), further to the left.
 # ruff: noqa: E501
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from typing import Any, ClassVar, Protocol, TypeAlias, overload, type_check_only
 
 import numpy as np
@@ -1163,6 +1163,191 @@ class ExperimentalVariogram:
     def variogram(self) -> list[float]:
         """Semivariances, one for each entry."""
 
+class CovarianceErrorFunction:
+    """How badly a covariance model predicts: what a search makes small. Made by `IDW` or `Custom`."""
+
+    def __init__(self, no_constructor: Never, /) -> None: ...
+    @staticmethod
+    def Custom(python_callback: Callable) -> CovarianceErrorFunction:
+        """Make an error out of a function of your own.
+
+        Parameters
+        ----------
+        python_callback : callable
+            Is given a model, as a list of Covariance, and the number of threads it may use, and returns a
+            number; a model of error NaN is never the best. Whatever the number of threads of a search, it is
+            called by one at a time. What it raises arrives at the caller of the search.
+
+        Returns
+        -------
+        CovarianceErrorFunction
+        """
+
+    @staticmethod
+    def IDW(
+        folds: Sequence[tuple[_Locations, _Values]],
+        max_distance: _Real,
+        power_a: _Real = 3.0,
+        min_partition_size: _Integer = 15,
+        max_partition_size: _Integer = 25,
+        n_partitions: _Integer = 5,
+        regularization_const: _Real = 0.001,
+        seed: _Integer = 21314,
+    ) -> CovarianceErrorFunction:
+        """Make the error of `compute_covariance_error_idw` on given folds, of which it keeps a copy.
+
+        Parameters
+        ----------
+        folds : list of tuple of (locations, values)
+            As `create_folds` makes them.
+        max_distance : float
+            Data at this distance or further away are not used; Euclidean.
+        power_a : float, default 3
+        min_partition_size, max_partition_size, n_partitions : int, default 15, 25 and 5
+        regularization_const : float, default 0.001
+        seed : int, default 21314
+
+        Returns
+        -------
+        CovarianceErrorFunction
+
+        Raises
+        ------
+        ValueError
+            When the lists of a fold are not equally long, a count is negative or `max_partition_size` is
+            below `min_partition_size`.
+        """
+
+    def __call__(self, covariance: Sequence[Covariance], n_threads: _Integer = 0) -> float:
+        """Compute the error of a model.
+
+        Parameters
+        ----------
+        covariance : list of Covariance
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+
+        Returns
+        -------
+        float
+        """
+
+class EllipsoidOptimizationParameters:
+    """Settings of `optimize_ellipsoid`, as fields that can be read and written; see
+    `optimize_ellipsoid_using_idw` for what they mean.
+    """
+
+    def __init__(
+        self,
+        power_a: _Real = 3.0,
+        max_nei_size: _Integer = 400,
+        min_partition_size: _Integer = 15,
+        max_partitions_size: _Integer = 25,
+        n_partitions: _Integer = 4,
+        n_centers: _Integer = 10,
+        n_rays: _Integer = 400,
+        n_scales: _Integer = 8,
+        n_iterations: _Integer = 150,
+        n_iterations_without_upgrade: _Integer = 50,
+        tol: _Real = 0.002,
+        regularization_const: _Real = 0.025,
+        seed: _Integer = 1231,
+        n_threads: _Integer = 0,
+        debug: bool = False,
+    ) -> None:
+        """Make settings. The field `max_partition_size` is spelt `max_partitions_size` here."""
+
+    @property
+    def debug(self) -> bool:
+        """Whether progress is printed."""
+
+    @debug.setter
+    def debug(self, arg0: bool) -> None: ...
+    @property
+    def max_nei_size(self) -> int:
+        """Largest number of data in a fold."""
+
+    @max_nei_size.setter
+    def max_nei_size(self, arg0: _Integer) -> None: ...
+    @property
+    def max_partition_size(self) -> int:
+        """Largest random subset."""
+
+    @max_partition_size.setter
+    def max_partition_size(self, arg0: _Integer) -> None: ...
+    @property
+    def min_partition_size(self) -> int:
+        """Smallest random subset."""
+
+    @min_partition_size.setter
+    def min_partition_size(self, arg0: _Integer) -> None: ...
+    @property
+    def n_centers(self) -> int:
+        """Number of folds."""
+
+    @n_centers.setter
+    def n_centers(self, arg0: _Integer) -> None: ...
+    @property
+    def n_iterations(self) -> int:
+        """Number of perturbations, and bound of the scan."""
+
+    @n_iterations.setter
+    def n_iterations(self, arg0: _Integer) -> None: ...
+    @property
+    def n_iterations_without_upgrade(self) -> int:
+        """Bound of the scan without improvement."""
+
+    @n_iterations_without_upgrade.setter
+    def n_iterations_without_upgrade(self, arg0: _Integer) -> None: ...
+    @property
+    def n_partitions(self) -> int:
+        """Number of subsets for each datum."""
+
+    @n_partitions.setter
+    def n_partitions(self, arg0: _Integer) -> None: ...
+    @property
+    def n_rays(self) -> int:
+        """Half the number of directions."""
+
+    @n_rays.setter
+    def n_rays(self, arg0: _Integer) -> None: ...
+    @property
+    def n_scales(self) -> int:
+        """Half the number of shapes for each frame."""
+
+    @n_scales.setter
+    def n_scales(self, arg0: _Integer) -> None: ...
+    @property
+    def n_threads(self) -> int:
+        """Number of threads; 0 stands for all."""
+
+    @n_threads.setter
+    def n_threads(self, arg0: _Integer) -> None: ...
+    @property
+    def power_a(self) -> float:
+        """Power of the inverse distance."""
+
+    @power_a.setter
+    def power_a(self, arg0: _Real) -> None: ...
+    @property
+    def regularization_const(self) -> float:
+        """Weight of the penalty on long ranges."""
+
+    @regularization_const.setter
+    def regularization_const(self, arg0: _Real) -> None: ...
+    @property
+    def seed(self) -> int:
+        """Seed of candidates and folds."""
+
+    @seed.setter
+    def seed(self, arg0: _Integer) -> None: ...
+    @property
+    def tol(self) -> float:
+        """Largest cosine between the axes of a frame."""
+
+    @tol.setter
+    def tol(self, arg0: _Real) -> None: ...
+
 def Direction(azimuth: _Real, dip: _Real) -> NDArray[np.float64]:
     """Make the unit vector of a direction.
 
@@ -1359,6 +1544,107 @@ def compute_angular_distance_between_clusters(
         When `locations` and `labels` are not equally many.
     """
 
+def compute_covariance_error_idw(
+    cov: Sequence[Covariance],
+    folds: Sequence[tuple[_Locations, _Values]],
+    max_distance: _Real,
+    max_size: _Integer,
+    power_a: _Real,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    n_partitions: _Integer,
+    regularization_const: _Real,
+    n_threads: _Integer = 0,
+    seed: _Integer = 2131,
+) -> float:
+    """Measure how badly a model predicts, by cross-validation with inverse distances in its own metric.
+
+    Each fold is cross-validated as by `kfold_cross_validation_using_idw` on one thread, and the mean
+    absolute error is taken. It is multiplied by 1 + regularization_const R, where R is the sum of
+    log(1 + range^2) over the three ranges of every structure. With several threads the means of each
+    thread's folds are added up: compare errors of one thread count only.
+
+    Parameters
+    ----------
+    cov : list of Covariance
+        The model; `compute_ellipsoid_error_idw` takes an `ellipsoid` and a `cov_kernel` in its place and
+        makes the model of one structure with sill 1.
+    folds : list of tuple of (locations, values)
+        As `create_folds` makes them.
+    max_distance : float
+    max_size : int
+    power_a : float
+    min_partition_size, max_partition_size, n_partitions : int
+        As for `kfold_cross_validation_using_idw`.
+    regularization_const : float
+    n_threads : int, default 0
+        Number of threads; 0 stands for all.
+    seed : int, default 2131
+        Seed of the subsets, the same for every fold.
+
+    Returns
+    -------
+    float
+        0 when nothing at all could be predicted.
+
+    Raises
+    ------
+    ValueError
+        When `cov` is empty, the lists of a fold are not equally long, a count is negative or
+        `max_partition_size` is below `min_partition_size`.
+    """
+
+def compute_ellipsoid_error_idw(
+    ellipsoid: Ellipsoid,
+    cov_kernel: Kernel,
+    folds: Sequence[tuple[_Locations, _Values]],
+    max_distance: _Real,
+    max_size: _Integer,
+    power_a: _Real,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    n_partitions: _Integer,
+    regularization_const: _Real,
+    n_threads: _Integer = 0,
+    seed: _Integer = 2131,
+) -> float:
+    """Measure how badly a model predicts, by cross-validation with inverse distances in its own metric.
+
+    Each fold is cross-validated as by `kfold_cross_validation_using_idw` on one thread, and the mean
+    absolute error is taken. It is multiplied by 1 + regularization_const R, where R is the sum of
+    log(1 + range^2) over the three ranges of every structure. With several threads the means of each
+    thread's folds are added up: compare errors of one thread count only.
+
+    Parameters
+    ----------
+    cov : list of Covariance
+        The model; `compute_ellipsoid_error_idw` takes an `ellipsoid` and a `cov_kernel` in its place and
+        makes the model of one structure with sill 1.
+    folds : list of tuple of (locations, values)
+        As `create_folds` makes them.
+    max_distance : float
+    max_size : int
+    power_a : float
+    min_partition_size, max_partition_size, n_partitions : int
+        As for `kfold_cross_validation_using_idw`.
+    regularization_const : float
+    n_threads : int, default 0
+        Number of threads; 0 stands for all.
+    seed : int, default 2131
+        Seed of the subsets, the same for every fold.
+
+    Returns
+    -------
+    float
+        0 when nothing at all could be predicted.
+
+    Raises
+    ------
+    ValueError
+        When `cov` is empty, the lists of a fold are not equally long, a count is negative or
+        `max_partition_size` is below `min_partition_size`.
+    """
+
 def compute_exp_variogram(
     data_locs: _Locations,
     data_values: _Values,
@@ -1530,6 +1816,40 @@ def covariance_computer(covs: Sequence[Covariance]) -> SpatialFunction:
     -------
     SpatialFunction
         The sum of the structures.
+    """
+
+def create_folds(
+    data_locs: _Locations,
+    data: _Values,
+    max_distance: _Real,
+    max_size: _Integer,
+    n_centers: _Integer,
+    seed: _Integer = 21315,
+) -> list[tuple[list[NDArray[np.float64]], list[float]]]:
+    """Cut folds out of a data set: the neighbourhoods of its highest value and of others.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    max_distance : float
+        How far a fold reaches from its centre.
+    max_size : int
+        Largest number of data in a fold; below 1, and at n or more, all within `max_distance`.
+    n_centers : int
+        Number of folds. The centres after the first are drawn from the upper half of the values, and may
+        repeat.
+    seed : int, default 21315
+
+    Returns
+    -------
+    list of tuple of (list of numpy.ndarray, list of float)
+        Locations and values of each fold. When there is none, one fold of all data.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs` and `data` are not equally many, or there are none and `n_centers` is positive.
     """
 
 def create_random_drillholes(
@@ -1862,6 +2182,179 @@ def generate_rotations(n_rays: _Integer, seed: _Integer, tol: _Real) -> list[NDA
         When `n_rays` is negative.
     """
 
+def kfold_cross_validation_using_idw(
+    data_locs: _Locations,
+    data_values: _Values,
+    covs: Sequence[Covariance],
+    max_distance: _Real,
+    max_size: _Integer = -1,
+    power_a: _Real = 3.0,
+    min_partition_size: _Integer = 10,
+    max_partition_size: _Integer = 40,
+    n_partition_size: _Integer = 15,
+    n_threads: _Integer = 0,
+    seed: _Integer = 123451,
+) -> list[list[float]]:
+    """Predict every datum from random subsets of the data near it by inverse distance.
+
+    The model takes the part of the distance: a datum whose covariance with the predicted one is c has
+    the weight 1 / (1 - c)^power_a, and none when c is 1. The sills should add up to 1; nothing checks
+    that.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data_values : list of float, or array of shape (n,)
+        Standardised before use: errors come in standard deviations.
+    covs : list of Covariance
+        The model.
+    max_distance : float
+        Data at this distance or further away are not used; Euclidean.
+    max_size : int, default -1
+        How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+        `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+        every datum.
+    power_a : float, default 3
+        Power of the inverse distance.
+    min_partition_size, max_partition_size : int, default 10 and 40
+        Size of a random subset; drawn anew for each, and never more than there are data to use.
+    n_partition_size : int, default 15
+        Number of subsets from which each datum is predicted.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+        of its own.
+    seed : int, default 123451
+
+    Returns
+    -------
+    list of list of float
+        For each datum and subset the estimate minus the value; NaN where there are fewer than three
+        data to use, or where none of them has a weight.
+
+    Raises
+    ------
+    ValueError
+        When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+        below `min_partition_size`.
+
+    References
+    ----------
+    Shepard, D. (1968). A two-dimensional interpolation function for irregularly-spaced data.
+    Proceedings of the 23rd ACM National Conference, 517-524.
+    """
+
+def kfold_cross_validation_using_ok(
+    data_locs: _Locations,
+    data_values: _Values,
+    covs: Sequence[Covariance],
+    max_distance: _Real,
+    max_size: _Integer = -1,
+    min_partition_size: _Integer = 10,
+    max_partition_size: _Integer = 40,
+    n_partition_size: _Integer = 15,
+    n_threads: _Integer = 0,
+    seed: _Integer = 123451,
+) -> list[list[float]]:
+    """Predict every datum from random subsets of the data near it by ordinary kriging.
+
+    The estimate includes the Lagrange multiplier, as `compute_ordinary_kriging` does.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data_values : list of float, or array of shape (n,)
+        Standardised before use: errors come in standard deviations.
+    covs : list of Covariance
+        The model.
+    max_distance : float
+        Data at this distance or further away are not used; Euclidean.
+    max_size : int, default -1
+        How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+        `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+        every datum.
+    min_partition_size, max_partition_size : int, default 10 and 40
+        Size of a random subset; drawn anew for each, and never more than there are data to use.
+    n_partition_size : int, default 15
+        Number of subsets from which each datum is predicted.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+        of its own.
+    seed : int, default 123451
+
+    Returns
+    -------
+    list of list of float
+        For each datum and subset the estimate minus the value; NaN where there are fewer than three
+        data to use.
+
+    Raises
+    ------
+    ValueError
+        When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+        below `min_partition_size`.
+
+    References
+    ----------
+    Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
+    section 2.6.
+    """
+
+def kfold_cross_validation_using_sk(
+    data_locs: _Locations,
+    data_values: _Values,
+    covs: Sequence[Covariance],
+    max_distance: _Real,
+    max_size: _Integer = -1,
+    min_partition_size: _Integer = 10,
+    max_partition_size: _Integer = 40,
+    n_partition_size: _Integer = 15,
+    n_threads: _Integer = 0,
+    seed: _Integer = 123451,
+) -> list[list[float]]:
+    """Predict every datum from random subsets of the data near it by simple kriging.
+
+    The known mean is that of the data.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data_values : list of float, or array of shape (n,)
+        Standardised before use: errors come in standard deviations.
+    covs : list of Covariance
+        The model.
+    max_distance : float
+        Data at this distance or further away are not used; Euclidean.
+    max_size : int, default -1
+        How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+        `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+        every datum.
+    min_partition_size, max_partition_size : int, default 10 and 40
+        Size of a random subset; drawn anew for each, and never more than there are data to use.
+    n_partition_size : int, default 15
+        Number of subsets from which each datum is predicted.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+        of its own.
+    seed : int, default 123451
+
+    Returns
+    -------
+    list of list of float
+        For each datum and subset the estimate minus the value; NaN where there are fewer than three
+        data to use.
+
+    Raises
+    ------
+    ValueError
+        When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+        below `min_partition_size`.
+
+    References
+    ----------
+    Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
+    section 2.6.
+    """
+
 def lognormal_distribution(m: _Real, s: _Real) -> Distribution:
     """Make the distribution of the exponential of a normal.
 
@@ -1895,6 +2388,235 @@ def merge_clusters(locations: _Locations, labels: _Integers, max_angle: _Real) -
     ------
     ValueError
         When `locations` and `labels` are not equally many.
+    """
+
+def optimize_covariance(
+    covs: Sequence[Sequence[Covariance]],
+    error_function: CovarianceErrorFunction,
+    n_iterations: _Integer = 8000,
+    n_iterations_without_upgrade: _Integer = 8000,
+    n_threads: _Integer = 0,
+    debug: bool = False,
+) -> tuple[list[Covariance], float]:
+    """Search for the covariance model of the smallest error.
+
+    First the given models are scanned, each thread taking a contiguous stretch of them. Then each thread
+    perturbs the best it knows: ranges shrink to 0.1 to 1 times what they were, angles move by up to 15
+    degrees, and what is better is kept. Nuggets and sills stay.
+
+    Parameters
+    ----------
+    covs : list of list of Covariance
+        The models to try.
+    error_function : CovarianceErrorFunction
+    n_iterations : int
+        Bound of the models that each thread scans while any thread is active, and number of
+        perturbations tried after the scan. A thread stops being active after as many models as there
+        are threads, so that usually all are scanned.
+    n_iterations_without_upgrade : int
+        Bound, in the same way, of the models scanned without an improvement.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it.
+    debug : bool, default False
+        Whether progress is printed, on standard output and on standard error.
+
+    Returns
+    -------
+    tuple of (list of Covariance, float)
+        The best model and its error. The first model is scored with all threads, all others with one.
+
+    Raises
+    ------
+    ValueError
+        When `covs` is empty or `n_iterations` is negative.
+    """
+
+def optimize_covariance_using_idw(
+    data_locs: _Locations,
+    data: _Values,
+    ellipsoid: Ellipsoid,
+    cov_kernel: Kernel,
+    n_kernels: _Integer,
+    n_covs: _Integer,
+    delta_angle: _Real,
+    min_str_range: _Real,
+    max_str_range: _Real,
+    min_sill: _Real,
+    max_sill: _Real,
+    min_range: _Real,
+    max_range: _Real,
+    power_a: _Real,
+    max_distance: _Real,
+    max_nei_size: _Integer,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    n_partitions: _Integer,
+    regularization_const: _Real,
+    n_centers: _Integer,
+    n_rays: _Integer,
+    n_scales: _Integer,
+    n_iterations: _Integer,
+    n_iterations_without_upgrade: _Integer,
+    tol: _Real,
+    seed: _Integer = 12315,
+    n_threads: _Integer = 0,
+    debug: bool = True,
+) -> tuple[list[Covariance], float]:
+    """Search for the nested covariance model whose inverse distances predict the data best.
+
+    The candidates of `generate_covariances` are scored as by `optimize_ellipsoid_using_idw`.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    ellipsoid, cov_kernel, n_kernels, n_covs, delta_angle
+        Of the candidates; see `generate_covariances`.
+    min_str_range, max_str_range, min_sill, max_sill
+        The same.
+    power_a : float
+        Power of the inverse distance.
+    max_distance : float
+        Reach of a fold around its centre, and of the data that a prediction may use; Euclidean.
+    max_nei_size : int
+        Largest number of data in a fold; at or below 0 all within `max_distance`.
+    min_partition_size, max_partition_size, n_partitions : int
+        Sizes and number of the random subsets from which each datum of a fold is predicted.
+    regularization_const : float
+        Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
+        log(1 + range^2) over the ranges, in the units of the coordinates.
+    n_centers : int
+        Number of folds.
+    n_iterations : int
+        Bound of the models that each thread scans while any thread is active, and number of
+        perturbations tried after the scan. A thread stops being active after as many models as there
+        are threads, so that usually all are scanned.
+    n_iterations_without_upgrade : int
+        Bound, in the same way, of the models scanned without an improvement.
+    min_range, max_range, n_rays, n_scales, tol
+        Have no effect; they make the arguments those of `optimize_ellipsoid_using_idw`.
+    seed : int, default 12315
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it.
+    debug : bool, default True
+        Whether progress is printed, on standard output and on standard error.
+
+    Returns
+    -------
+    tuple of (list of Covariance, float)
+        The best model and its error.
+
+    Raises
+    ------
+    ValueError
+        As for `optimize_ellipsoid_using_idw`.
+    """
+
+def optimize_ellipsoid(
+    data_locs: _Locations,
+    data: _Values,
+    cov_kernel: Kernel,
+    min_range: _Real,
+    max_range: _Real,
+    parameters: EllipsoidOptimizationParameters = ...,
+) -> tuple[Ellipsoid, float]:
+    """Search for the ellipsoid in whose metric inverse distances predict the data best, in parts of the
+    field's size.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    cov_kernel : Kernel
+    min_range, max_range : float
+        As for `optimize_ellipsoid_using_idw`, in parts of the diagonal of the data's bounding box. The
+        diagonal is also the `max_distance`.
+    parameters : EllipsoidOptimizationParameters, optional
+        All other settings.
+
+    Returns
+    -------
+    tuple of (Ellipsoid, float)
+        The best ellipsoid and its error.
+
+    Raises
+    ------
+    ValueError
+        As for `optimize_ellipsoid_using_idw`, or when there are no data.
+    """
+
+def optimize_ellipsoid_using_idw(
+    data_locs: _Locations,
+    data: _Values,
+    cov_kernel: Kernel,
+    min_range: _Real,
+    max_range: _Real,
+    power_a: _Real,
+    max_distance: _Real,
+    max_nei_size: _Integer,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    n_partitions: _Integer,
+    regularization_const: _Real,
+    n_centers: _Integer,
+    n_rays: _Integer,
+    n_scales: _Integer,
+    n_iterations: _Integer,
+    n_iterations_without_upgrade: _Integer,
+    tol: _Real,
+    seed: _Integer = 12315,
+    n_threads: _Integer = 0,
+    debug: bool = True,
+) -> tuple[Ellipsoid, float]:
+    """Search for the ellipsoid in whose metric inverse distances predict the data best.
+
+    The candidates of `generate_ellipsoids`, as models of one structure with sill 1, are scored by
+    cross-validation on folds that `create_folds` cuts out, and searched as by `optimize_covariance`.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    cov_kernel : Kernel
+    min_range, max_range : float
+        Bounds of the length of the vector whose components are a candidate's ranges.
+    power_a : float
+        Power of the inverse distance.
+    max_distance : float
+        Reach of a fold around its centre, and of the data that a prediction may use; Euclidean.
+    max_nei_size : int
+        Largest number of data in a fold; at or below 0 all within `max_distance`.
+    min_partition_size, max_partition_size, n_partitions : int
+        Sizes and number of the random subsets from which each datum of a fold is predicted.
+    regularization_const : float
+        Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
+        log(1 + range^2) over the ranges, in the units of the coordinates.
+    n_centers : int
+        Number of folds.
+    n_rays, n_scales, tol
+        Of the candidates; see `generate_ellipsoids`.
+    n_iterations : int
+        Bound of the models that each thread scans while any thread is active, and number of
+        perturbations tried after the scan. A thread stops being active after as many models as there
+        are threads, so that usually all are scanned.
+    n_iterations_without_upgrade : int
+        Bound, in the same way, of the models scanned without an improvement.
+    seed : int, default 12315
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result depends on it.
+    debug : bool, default True
+        Whether progress is printed, on standard output and on standard error.
+
+    Returns
+    -------
+    tuple of (Ellipsoid, float)
+        The best ellipsoid and its error.
+
+    Raises
+    ------
+    ValueError
+        When lists are not equally long, there is no candidate, a count is negative or
+        `max_partition_size` is below `min_partition_size`.
     """
 
 def optimize_rotation(

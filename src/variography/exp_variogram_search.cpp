@@ -1,9 +1,9 @@
 #include "variography/exp_variogram_search.h"
 
 #include "core/arguments.h"
-#include "core/interrupt.h"
 #include "core/parallel.h"
 #include "core/random.h"
+#include "core/ranking.h"
 #include "spatial/bounding_box.h"
 #include "spatial/ellipsoid.h"
 #include "spatial/extreme_points.h"
@@ -60,16 +60,7 @@ std::vector<std::size_t> choose_centers(const std::vector<double>& values, int n
   if (n_centers < 0 || n_centers >= n - 1) {
     return order;
   }
-  InterruptPoller poll;
-  std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-    poll();
-    const double value_a = values[a];
-    const double value_b = values[b];
-    // NaN comes last.
-    const bool above = value_a > value_b || (std::isnan(value_b) && !std::isnan(value_a));
-    const bool below = value_b > value_a || (std::isnan(value_a) && !std::isnan(value_b));
-    return above || (!below && a < b);
-  });
+  order = descending_order(values);
   const double share = n_centers / static_cast<double>(n) + 0.25;
   const double limit = static_cast<double>(n) * share;
   std::size_t n_upper = 0;

@@ -1,0 +1,751 @@
+#include "module/callback_lock.h"
+#include "module/conversions.h"
+#include "module/registration.h"
+#include "selection/covariance_error.h"
+#include "selection/covariance_search.h"
+#include "selection/cross_validation.h"
+#include "selection/ellipsoid_search.h"
+#include "selection/fold.h"
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace py = pybind11;
+
+// A fold is a pair of a list of locations and a list of values.
+template <>
+struct pybind11::detail::type_caster<talvorix::Fold> {
+  using Pair = std::pair<talvorix::Locations, std::vector<double>>;
+
+  PYBIND11_TYPE_CASTER(talvorix::Fold, make_caster<Pair>::name);
+  bool load(handle source, bool convert) {
+    make_caster<Pair> pair;
+    if (!pair.load(source, convert)) {
+      return false;
+    }
+    std::tie(value.locations, value.values) = cast_op<Pair>(std::move(pair));
+    return true;
+  }
+  static handle cast(talvorix::Fold fold, return_value_policy policy, handle parent) {
+    return make_caster<Pair>::cast(Pair(std::move(fold.locations), std::move(fold.values)), policy,
+                                   parent);
+  }
+};
+
+namespace talvorix::python {
+
+namespace {
+
+void bind_folds(py::module_& m) {
+  m.def("create_folds", &create_folds, py::arg("data_locs"), py::arg("data"),
+        py::arg("max_distance"), py::arg("max_size"), py::arg("n_centers"), py::arg("seed") = 21315,
+        py::call_guard<py::gil_scoped_release>(), R"(
+Cut folds out of a data set: the neighbourhoods of its highest value and of others.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+max_distance : float
+    How far a fold reaches from its centre.
+max_size : int
+    Largest number of data in a fold; below 1, and at n or more, all within `max_distance`.
+n_centers : int
+    Number of folds. The centres after the first are drawn from the upper half of the values, and may
+    repeat.
+seed : int, default 21315
+
+Returns
+-------
+list of tuple of (list of numpy.ndarray, list of float)
+    Locations and values of each fold. When there is none, one fold of all data.
+
+Raises
+------
+ValueError
+    When `data_locs` and `data` are not equally many, or there are none and `n_centers` is positive.
+)");
+}
+
+void bind_cross_validation(py::module_& m) {
+  m.def(
+      "kfold_cross_validation_using_idw",
+      [](const Locations& data_locs, std::vector<double> data_values, const CovarianceModel& covs,
+         double max_distance, int max_size, double power_a, int min_partition_size,
+         int max_partition_size, int n_partition_size, int n_threads, std::int64_t seed) {
+        return kfold_cross_validation_using_idw(
+            data_locs, std::move(data_values), covs,
+            {max_distance, max_size, {min_partition_size, max_partition_size, n_partition_size}},
+            power_a, seed, n_threads);
+      },
+      py::arg("data_locs"), py::arg("data_values"), py::arg("covs"), py::arg("max_distance"),
+      py::arg("max_size") = -1, py::arg("power_a") = 3.0, py::arg("min_partition_size") = 10,
+      py::arg("max_partition_size") = 40, py::arg("n_partition_size") = 15,
+      py::arg("n_threads") = 0, py::arg("seed") = 123451, py::call_guard<py::gil_scoped_release>(),
+      R"(
+Predict every datum from random subsets of the data near it by inverse distance.
+
+The model takes the part of the distance: a datum whose covariance with the predicted one is c has
+the weight 1 / (1 - c)^power_a, and none when c is 1. The sills should add up to 1; nothing checks
+that.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data_values : list of float, or array of shape (n,)
+    Standardised before use: errors come in standard deviations.
+covs : list of Covariance
+    The model.
+max_distance : float
+    Data at this distance or further away are not used; Euclidean.
+max_size : int, default -1
+    How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+    `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+    every datum.
+power_a : float, default 3
+    Power of the inverse distance.
+min_partition_size, max_partition_size : int, default 10 and 40
+    Size of a random subset; drawn anew for each, and never more than there are data to use.
+n_partition_size : int, default 15
+    Number of subsets from which each datum is predicted.
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+    of its own.
+seed : int, default 123451
+
+Returns
+-------
+list of list of float
+    For each datum and subset the estimate minus the value; NaN where there are fewer than three
+    data to use, or where none of them has a weight.
+
+Raises
+------
+ValueError
+    When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+    below `min_partition_size`.
+
+References
+----------
+Shepard, D. (1968). A two-dimensional interpolation function for irregularly-spaced data.
+Proceedings of the 23rd ACM National Conference, 517-524.
+)");
+  m.def(
+      "kfold_cross_validation_using_sk",
+      [](const Locations& data_locs, std::vector<double> data_values, const CovarianceModel& covs,
+         double max_distance, int max_size, int min_partition_size, int max_partition_size,
+         int n_partition_size, int n_threads, std::int64_t seed) {
+        return kfold_cross_validation_using_sk(
+            data_locs, std::move(data_values), covs,
+            {max_distance, max_size, {min_partition_size, max_partition_size, n_partition_size}},
+            seed, n_threads);
+      },
+      py::arg("data_locs"), py::arg("data_values"), py::arg("covs"), py::arg("max_distance"),
+      py::arg("max_size") = -1, py::arg("min_partition_size") = 10,
+      py::arg("max_partition_size") = 40, py::arg("n_partition_size") = 15,
+      py::arg("n_threads") = 0, py::arg("seed") = 123451, py::call_guard<py::gil_scoped_release>(),
+      R"(
+Predict every datum from random subsets of the data near it by simple kriging.
+
+The known mean is that of the data.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data_values : list of float, or array of shape (n,)
+    Standardised before use: errors come in standard deviations.
+covs : list of Covariance
+    The model.
+max_distance : float
+    Data at this distance or further away are not used; Euclidean.
+max_size : int, default -1
+    How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+    `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+    every datum.
+min_partition_size, max_partition_size : int, default 10 and 40
+    Size of a random subset; drawn anew for each, and never more than there are data to use.
+n_partition_size : int, default 15
+    Number of subsets from which each datum is predicted.
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+    of its own.
+seed : int, default 123451
+
+Returns
+-------
+list of list of float
+    For each datum and subset the estimate minus the value; NaN where there are fewer than three
+    data to use.
+
+Raises
+------
+ValueError
+    When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+    below `min_partition_size`.
+
+References
+----------
+Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
+section 2.6.
+)");
+  m.def(
+      "kfold_cross_validation_using_ok",
+      [](const Locations& data_locs, std::vector<double> data_values, const CovarianceModel& covs,
+         double max_distance, int max_size, int min_partition_size, int max_partition_size,
+         int n_partition_size, int n_threads, std::int64_t seed) {
+        return kfold_cross_validation_using_ok(
+            data_locs, std::move(data_values), covs,
+            {max_distance, max_size, {min_partition_size, max_partition_size, n_partition_size}},
+            seed, n_threads);
+      },
+      py::arg("data_locs"), py::arg("data_values"), py::arg("covs"), py::arg("max_distance"),
+      py::arg("max_size") = -1, py::arg("min_partition_size") = 10,
+      py::arg("max_partition_size") = 40, py::arg("n_partition_size") = 15,
+      py::arg("n_threads") = 0, py::arg("seed") = 123451, py::call_guard<py::gil_scoped_release>(),
+      R"(
+Predict every datum from random subsets of the data near it by ordinary kriging.
+
+The estimate includes the Lagrange multiplier, as `compute_ordinary_kriging` does.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data_values : list of float, or array of shape (n,)
+    Standardised before use: errors come in standard deviations.
+covs : list of Covariance
+    The model.
+max_distance : float
+    Data at this distance or further away are not used; Euclidean.
+max_size : int, default -1
+    How many of the nearest data, the datum itself among them, may be used. 0 stands for all within
+    `max_distance`; so do negative numbers and those of n or more, which search nothing and look at
+    every datum.
+min_partition_size, max_partition_size : int, default 10 and 40
+    Size of a random subset; drawn anew for each, and never more than there are data to use.
+n_partition_size : int, default 15
+    Number of subsets from which each datum is predicted.
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it, since each draws from an engine
+    of its own.
+seed : int, default 123451
+
+Returns
+-------
+list of list of float
+    For each datum and subset the estimate minus the value; NaN where there are fewer than three
+    data to use.
+
+Raises
+------
+ValueError
+    When lists are not equally long, `covs` is empty, a count is negative or `max_partition_size` is
+    below `min_partition_size`.
+
+References
+----------
+Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
+section 2.6.
+)");
+}
+
+// A Python callable that may be copied and dropped by any thread, with or without the interpreter
+// lock.
+std::shared_ptr<const py::function> shareable(py::function callback) {
+  return {new py::function(std::move(callback)), [](const py::function* held) {
+            const py::gil_scoped_acquire interpreter_lock;
+            delete held;
+          }};
+}
+
+double number_from(const py::object& result) {
+  const double number = PyUnicode_Check(result.ptr()) != 0 ? -1.0 : PyFloat_AsDouble(result.ptr());
+  if (PyUnicode_Check(result.ptr()) != 0 || (number == -1.0 && PyErr_Occurred() != nullptr)) {
+    PyErr_Clear();
+    throw py::type_error("python_callback returned an object of type " +
+                         std::string(py::str(py::type::of(result).attr("__name__"))) +
+                         "; it must return a number");
+  }
+  return number;
+}
+
+CovarianceErrorFunction custom_error(py::function python_callback) {
+  const bool needs_interpreter = true;
+  return CovarianceErrorFunction(
+      [callback = shareable(std::move(python_callback))](const CovarianceModel& covariance,
+                                                         int n_threads, PollRef) {
+        const py::gil_scoped_acquire interpreter_lock;
+        const CallbackGuard guard;
+        return number_from((*callback)(covariance, n_threads));
+      },
+      needs_interpreter);
+}
+
+void bind_error_function(py::module_& m) {
+  py::class_<CovarianceErrorFunction>(m, "CovarianceErrorFunction", R"(
+How badly a covariance model predicts: what a search makes small. Made by `IDW` or `Custom`.
+)")
+      .def_static(
+          "IDW",
+          [](const std::vector<Fold>& folds, double max_distance, double power_a,
+             int min_partition_size, int max_partition_size, int n_partitions,
+             double regularization_const, std::int64_t seed) {
+            constexpr int every_datum = -1;
+            return create_covariance_idw_error(
+                folds,
+                {{max_distance,
+                  every_datum,
+                  {min_partition_size, max_partition_size, n_partitions}},
+                 power_a,
+                 regularization_const,
+                 seed},
+                0);
+          },
+          py::arg("folds"), py::arg("max_distance"), py::arg("power_a") = 3.0,
+          py::arg("min_partition_size") = 15, py::arg("max_partition_size") = 25,
+          py::arg("n_partitions") = 5, py::arg("regularization_const") = 0.001,
+          py::arg("seed") = 21314, R"(
+Make the error of `compute_covariance_error_idw` on given folds, of which it keeps a copy.
+
+Parameters
+----------
+folds : list of tuple of (locations, values)
+    As `create_folds` makes them.
+max_distance : float
+    Data at this distance or further away are not used; Euclidean.
+power_a : float, default 3
+min_partition_size, max_partition_size, n_partitions : int, default 15, 25 and 5
+regularization_const : float, default 0.001
+seed : int, default 21314
+
+Returns
+-------
+CovarianceErrorFunction
+
+Raises
+------
+ValueError
+    When the lists of a fold are not equally long, a count is negative or `max_partition_size` is
+    below `min_partition_size`.
+)")
+      .def_static("Custom", &custom_error, py::arg("python_callback"), R"(
+Make an error out of a function of your own.
+
+Parameters
+----------
+python_callback : callable
+    Is given a model, as a list of Covariance, and the number of threads it may use, and returns a
+    number; a model of error NaN is never the best. Whatever the number of threads of a search, it is
+    called by one at a time. What it raises arrives at the caller of the search.
+
+Returns
+-------
+CovarianceErrorFunction
+)")
+      .def(
+          "__call__",
+          [](const CovarianceErrorFunction& self, const CovarianceModel& covariance,
+             int n_threads) { return self(covariance, n_threads); },
+          py::arg("covariance"), py::arg("n_threads") = 0, R"(
+Compute the error of a model.
+
+Parameters
+----------
+covariance : list of Covariance
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+
+Returns
+-------
+float
+)");
+}
+
+constexpr auto error_doc = R"(
+Measure how badly a model predicts, by cross-validation with inverse distances in its own metric.
+
+Each fold is cross-validated as by `kfold_cross_validation_using_idw` on one thread, and the mean
+absolute error is taken. It is multiplied by 1 + regularization_const R, where R is the sum of
+log(1 + range^2) over the three ranges of every structure. With several threads the means of each
+thread's folds are added up: compare errors of one thread count only.
+
+Parameters
+----------
+cov : list of Covariance
+    The model; `compute_ellipsoid_error_idw` takes an `ellipsoid` and a `cov_kernel` in its place and
+    makes the model of one structure with sill 1.
+folds : list of tuple of (locations, values)
+    As `create_folds` makes them.
+max_distance : float
+max_size : int
+power_a : float
+min_partition_size, max_partition_size, n_partitions : int
+    As for `kfold_cross_validation_using_idw`.
+regularization_const : float
+n_threads : int, default 0
+    Number of threads; 0 stands for all.
+seed : int, default 2131
+    Seed of the subsets, the same for every fold.
+
+Returns
+-------
+float
+    0 when nothing at all could be predicted.
+
+Raises
+------
+ValueError
+    When `cov` is empty, the lists of a fold are not equally long, a count is negative or
+    `max_partition_size` is below `min_partition_size`.
+)";
+
+void bind_errors(py::module_& m) {
+  m.def(
+      "compute_covariance_error_idw",
+      [](const CovarianceModel& cov, const std::vector<Fold>& folds, double max_distance,
+         int max_size, double power_a, int min_partition_size, int max_partition_size,
+         int n_partitions, double regularization_const, int n_threads, std::int64_t seed) {
+        return compute_covariance_error_idw(
+            cov, folds,
+            {{max_distance, max_size, {min_partition_size, max_partition_size, n_partitions}},
+             power_a,
+             regularization_const,
+             seed},
+            n_threads);
+      },
+      py::arg("cov"), py::arg("folds"), py::arg("max_distance"), py::arg("max_size"),
+      py::arg("power_a"), py::arg("min_partition_size"), py::arg("max_partition_size"),
+      py::arg("n_partitions"), py::arg("regularization_const"), py::arg("n_threads") = 0,
+      py::arg("seed") = 2131, py::call_guard<py::gil_scoped_release>(), error_doc);
+  m.def(
+      "compute_ellipsoid_error_idw",
+      [](const Ellipsoid& ellipsoid, const Kernel& cov_kernel, const std::vector<Fold>& folds,
+         double max_distance, int max_size, double power_a, int min_partition_size,
+         int max_partition_size, int n_partitions, double regularization_const, int n_threads,
+         std::int64_t seed) {
+        return compute_ellipsoid_error_idw(
+            ellipsoid, cov_kernel, folds,
+            {{max_distance, max_size, {min_partition_size, max_partition_size, n_partitions}},
+             power_a,
+             regularization_const,
+             seed},
+            n_threads);
+      },
+      py::arg("ellipsoid"), py::arg("cov_kernel"), py::arg("folds"), py::arg("max_distance"),
+      py::arg("max_size"), py::arg("power_a"), py::arg("min_partition_size"),
+      py::arg("max_partition_size"), py::arg("n_partitions"), py::arg("regularization_const"),
+      py::arg("n_threads") = 0, py::arg("seed") = 2131, py::call_guard<py::gil_scoped_release>(),
+      error_doc);
+}
+
+auto to_tuple(ScoredCovariance scored) { return std::pair(std::move(scored.model), scored.error); }
+auto to_tuple(const ScoredEllipsoid& scored) { return std::pair(scored.ellipsoid, scored.error); }
+
+void bind_searches(py::module_& m) {
+  m.def(
+      "optimize_covariance",
+      [](const std::vector<CovarianceModel>& covs, const CovarianceErrorFunction& error_function,
+         int n_iterations, int n_iterations_without_upgrade, int n_threads, bool debug) {
+        const CovarianceSearch search{n_iterations, n_iterations_without_upgrade, debug};
+        const auto run = [&] {
+          return optimize_covariance(covs, error_function, search, n_threads);
+        };
+        if (error_function.needs_interpreter()) {
+          // The workers take the lock in turn.
+          const py::gil_scoped_release released;
+          return to_tuple(run());
+        }
+        return to_tuple(run());
+      },
+      py::arg("covs"), py::arg("error_function"), py::arg("n_iterations") = 8000,
+      py::arg("n_iterations_without_upgrade") = 8000, py::arg("n_threads") = 0,
+      py::arg("debug") = false, R"(
+Search for the covariance model of the smallest error.
+
+First the given models are scanned, each thread taking a contiguous stretch of them. Then each thread
+perturbs the best it knows: ranges shrink to 0.1 to 1 times what they were, angles move by up to 15
+degrees, and what is better is kept. Nuggets and sills stay.
+
+Parameters
+----------
+covs : list of list of Covariance
+    The models to try.
+error_function : CovarianceErrorFunction
+n_iterations : int
+    Bound of the models that each thread scans while any thread is active, and number of
+    perturbations tried after the scan. A thread stops being active after as many models as there
+    are threads, so that usually all are scanned.
+n_iterations_without_upgrade : int
+    Bound, in the same way, of the models scanned without an improvement.
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it.
+debug : bool, default False
+    Whether progress is printed, on standard output and on standard error.
+
+Returns
+-------
+tuple of (list of Covariance, float)
+    The best model and its error. The first model is scored with all threads, all others with one.
+
+Raises
+------
+ValueError
+    When `covs` is empty or `n_iterations` is negative.
+)");
+  m.def(
+      "optimize_ellipsoid_using_idw",
+      [](const Locations& data_locs, const std::vector<double>& data, const Kernel& cov_kernel,
+         double min_range, double max_range, double power_a, double max_distance, int max_nei_size,
+         int min_partition_size, int max_partition_size, int n_partitions,
+         double regularization_const, int n_centers, int n_rays, int n_scales, int n_iterations,
+         int n_iterations_without_upgrade, double tol, int seed, int n_threads, bool debug) {
+        return to_tuple(optimize_ellipsoid_using_idw(
+            data_locs, data, cov_kernel, min_range, max_range, max_distance,
+            {power_a, max_nei_size, min_partition_size, max_partition_size, n_partitions, n_centers,
+             n_rays, n_scales, n_iterations, n_iterations_without_upgrade, tol,
+             regularization_const, seed, n_threads, debug}));
+      },
+      py::arg("data_locs"), py::arg("data"), py::arg("cov_kernel"), py::arg("min_range"),
+      py::arg("max_range"), py::arg("power_a"), py::arg("max_distance"), py::arg("max_nei_size"),
+      py::arg("min_partition_size"), py::arg("max_partition_size"), py::arg("n_partitions"),
+      py::arg("regularization_const"), py::arg("n_centers"), py::arg("n_rays"), py::arg("n_scales"),
+      py::arg("n_iterations"), py::arg("n_iterations_without_upgrade"), py::arg("tol"),
+      py::arg("seed") = 12315, py::arg("n_threads") = 0, py::arg("debug") = true,
+      py::call_guard<py::gil_scoped_release>(), R"(
+Search for the ellipsoid in whose metric inverse distances predict the data best.
+
+The candidates of `generate_ellipsoids`, as models of one structure with sill 1, are scored by
+cross-validation on folds that `create_folds` cuts out, and searched as by `optimize_covariance`.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+cov_kernel : Kernel
+min_range, max_range : float
+    Bounds of the length of the vector whose components are a candidate's ranges.
+power_a : float
+    Power of the inverse distance.
+max_distance : float
+    Reach of a fold around its centre, and of the data that a prediction may use; Euclidean.
+max_nei_size : int
+    Largest number of data in a fold; at or below 0 all within `max_distance`.
+min_partition_size, max_partition_size, n_partitions : int
+    Sizes and number of the random subsets from which each datum of a fold is predicted.
+regularization_const : float
+    Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
+    log(1 + range^2) over the ranges, in the units of the coordinates.
+n_centers : int
+    Number of folds.
+n_rays, n_scales, tol
+    Of the candidates; see `generate_ellipsoids`.
+n_iterations : int
+    Bound of the models that each thread scans while any thread is active, and number of
+    perturbations tried after the scan. A thread stops being active after as many models as there
+    are threads, so that usually all are scanned.
+n_iterations_without_upgrade : int
+    Bound, in the same way, of the models scanned without an improvement.
+seed : int, default 12315
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it.
+debug : bool, default True
+    Whether progress is printed, on standard output and on standard error.
+
+Returns
+-------
+tuple of (Ellipsoid, float)
+    The best ellipsoid and its error.
+
+Raises
+------
+ValueError
+    When lists are not equally long, there is no candidate, a count is negative or
+    `max_partition_size` is below `min_partition_size`.
+)");
+  m.def(
+      "optimize_covariance_using_idw",
+      [](const Locations& data_locs, const std::vector<double>& data, const Ellipsoid& ellipsoid,
+         const Kernel& cov_kernel, int n_kernels, int n_covs, double delta_angle,
+         double min_str_range, double max_str_range, double min_sill, double max_sill,
+         double /*min_range*/, double /*max_range*/, double power_a, double max_distance,
+         int max_nei_size, int min_partition_size, int max_partition_size, int n_partitions,
+         double regularization_const, int n_centers, int n_rays, int n_scales, int n_iterations,
+         int n_iterations_without_upgrade, double tol, int seed, int n_threads, bool debug) {
+        return to_tuple(optimize_covariance_using_idw(
+            data_locs, data, ellipsoid, cov_kernel,
+            {n_kernels, n_covs, delta_angle, min_str_range, max_str_range, min_sill, max_sill},
+            max_distance,
+            {power_a, max_nei_size, min_partition_size, max_partition_size, n_partitions, n_centers,
+             n_rays, n_scales, n_iterations, n_iterations_without_upgrade, tol,
+             regularization_const, seed, n_threads, debug}));
+      },
+      py::arg("data_locs"), py::arg("data"), py::arg("ellipsoid"), py::arg("cov_kernel"),
+      py::arg("n_kernels"), py::arg("n_covs"), py::arg("delta_angle"), py::arg("min_str_range"),
+      py::arg("max_str_range"), py::arg("min_sill"), py::arg("max_sill"), py::arg("min_range"),
+      py::arg("max_range"), py::arg("power_a"), py::arg("max_distance"), py::arg("max_nei_size"),
+      py::arg("min_partition_size"), py::arg("max_partition_size"), py::arg("n_partitions"),
+      py::arg("regularization_const"), py::arg("n_centers"), py::arg("n_rays"), py::arg("n_scales"),
+      py::arg("n_iterations"), py::arg("n_iterations_without_upgrade"), py::arg("tol"),
+      py::arg("seed") = 12315, py::arg("n_threads") = 0, py::arg("debug") = true, R"(
+Search for the nested covariance model whose inverse distances predict the data best.
+
+The candidates of `generate_covariances` are scored as by `optimize_ellipsoid_using_idw`.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+ellipsoid, cov_kernel, n_kernels, n_covs, delta_angle
+    Of the candidates; see `generate_covariances`.
+min_str_range, max_str_range, min_sill, max_sill
+    The same.
+power_a : float
+    Power of the inverse distance.
+max_distance : float
+    Reach of a fold around its centre, and of the data that a prediction may use; Euclidean.
+max_nei_size : int
+    Largest number of data in a fold; at or below 0 all within `max_distance`.
+min_partition_size, max_partition_size, n_partitions : int
+    Sizes and number of the random subsets from which each datum of a fold is predicted.
+regularization_const : float
+    Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
+    log(1 + range^2) over the ranges, in the units of the coordinates.
+n_centers : int
+    Number of folds.
+n_iterations : int
+    Bound of the models that each thread scans while any thread is active, and number of
+    perturbations tried after the scan. A thread stops being active after as many models as there
+    are threads, so that usually all are scanned.
+n_iterations_without_upgrade : int
+    Bound, in the same way, of the models scanned without an improvement.
+min_range, max_range, n_rays, n_scales, tol
+    Have no effect; they make the arguments those of `optimize_ellipsoid_using_idw`.
+seed : int, default 12315
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result depends on it.
+debug : bool, default True
+    Whether progress is printed, on standard output and on standard error.
+
+Returns
+-------
+tuple of (list of Covariance, float)
+    The best model and its error.
+
+Raises
+------
+ValueError
+    As for `optimize_ellipsoid_using_idw`.
+)");
+  using Parameters = EllipsoidOptimizationParameters;
+  const Parameters defaults;
+  py::class_<Parameters>(m, "EllipsoidOptimizationParameters", R"(
+Settings of `optimize_ellipsoid`, as fields that can be read and written; see
+`optimize_ellipsoid_using_idw` for what they mean.
+)")
+      .def(py::init([](double power_a, int max_nei_size, int min_partition_size,
+                       int max_partition_size, int n_partitions, int n_centers, int n_rays,
+                       int n_scales, int n_iterations, int n_iterations_without_upgrade, double tol,
+                       double regularization_const, int seed, int n_threads, bool debug) {
+             return Parameters{power_a,
+                               max_nei_size,
+                               min_partition_size,
+                               max_partition_size,
+                               n_partitions,
+                               n_centers,
+                               n_rays,
+                               n_scales,
+                               n_iterations,
+                               n_iterations_without_upgrade,
+                               tol,
+                               regularization_const,
+                               seed,
+                               n_threads,
+                               debug};
+           }),
+           py::arg("power_a") = defaults.power_a, py::arg("max_nei_size") = defaults.max_nei_size,
+           py::arg("min_partition_size") = defaults.min_partition_size,
+           py::arg("max_partitions_size") = defaults.max_partition_size,
+           py::arg("n_partitions") = defaults.n_partitions,
+           py::arg("n_centers") = defaults.n_centers, py::arg("n_rays") = defaults.n_rays,
+           py::arg("n_scales") = defaults.n_scales, py::arg("n_iterations") = defaults.n_iterations,
+           py::arg("n_iterations_without_upgrade") = defaults.n_iterations_without_upgrade,
+           py::arg("tol") = defaults.tol,
+           py::arg("regularization_const") = defaults.regularization_const,
+           py::arg("seed") = defaults.seed, py::arg("n_threads") = defaults.n_threads,
+           py::arg("debug") = defaults.debug,
+           "Make settings. The field `max_partition_size` is spelt `max_partitions_size` here.")
+      .def_readwrite("power_a", &Parameters::power_a, "Power of the inverse distance.")
+      .def_readwrite("max_nei_size", &Parameters::max_nei_size, "Largest number of data in a fold.")
+      .def_readwrite("min_partition_size", &Parameters::min_partition_size,
+                     "Smallest random subset.")
+      .def_readwrite("max_partition_size", &Parameters::max_partition_size,
+                     "Largest random subset.")
+      .def_readwrite("n_partitions", &Parameters::n_partitions, "Number of subsets for each datum.")
+      .def_readwrite("n_centers", &Parameters::n_centers, "Number of folds.")
+      .def_readwrite("n_rays", &Parameters::n_rays, "Half the number of directions.")
+      .def_readwrite("n_scales", &Parameters::n_scales, "Half the number of shapes for each frame.")
+      .def_readwrite("n_iterations", &Parameters::n_iterations,
+                     "Number of perturbations, and bound of the scan.")
+      .def_readwrite("n_iterations_without_upgrade", &Parameters::n_iterations_without_upgrade,
+                     "Bound of the scan without improvement.")
+      .def_readwrite("tol", &Parameters::tol, "Largest cosine between the axes of a frame.")
+      .def_readwrite("regularization_const", &Parameters::regularization_const,
+                     "Weight of the penalty on long ranges.")
+      .def_readwrite("seed", &Parameters::seed, "Seed of candidates and folds.")
+      .def_readwrite("n_threads", &Parameters::n_threads, "Number of threads; 0 stands for all.")
+      .def_readwrite("debug", &Parameters::debug, "Whether progress is printed.");
+  m.def(
+      "optimize_ellipsoid",
+      [](const Locations& data_locs, const std::vector<double>& data, const Kernel& cov_kernel,
+         double min_range, double max_range, const Parameters& parameters) {
+        return to_tuple(
+            optimize_ellipsoid(data_locs, data, cov_kernel, min_range, max_range, parameters));
+      },
+      py::arg("data_locs"), py::arg("data"), py::arg("cov_kernel"), py::arg("min_range"),
+      py::arg("max_range"), py::arg_v("parameters", defaults, "EllipsoidOptimizationParameters()"),
+      py::call_guard<py::gil_scoped_release>(), R"(
+Search for the ellipsoid in whose metric inverse distances predict the data best, in parts of the
+field's size.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+cov_kernel : Kernel
+min_range, max_range : float
+    As for `optimize_ellipsoid_using_idw`, in parts of the diagonal of the data's bounding box. The
+    diagonal is also the `max_distance`.
+parameters : EllipsoidOptimizationParameters, optional
+    All other settings.
+
+Returns
+-------
+tuple of (Ellipsoid, float)
+    The best ellipsoid and its error.
+
+Raises
+------
+ValueError
+    As for `optimize_ellipsoid_using_idw`, or when there are no data.
+)");
+}
+
+}  // namespace
+
+void register_kfold_module(py::module_& m) {
+  bind_folds(m);
+  bind_cross_validation(m);
+}
+
+void register_optimization_module(py::module_& m) {
+  bind_error_function(m);
+  bind_errors(m);
+  bind_searches(m);
+}
+
+}  // namespace talvorix::python
