@@ -24,7 +24,8 @@ KrigingResult krige(const System& system, const EstimationInput& input, const Co
   n_threads = check_n_threads(n_threads);
   const MappedModel model(create_cov_computer(covs, -1), input.data_locs, n_threads);
   const auto make_method = [&](Worker& worker) {
-    return [solver = std::make_unique<KrigingSolver<System>>(system, model, input.data_locs, input.data, worker)](
+    return [solver = std::make_unique<KrigingSolver<System>>(system, model, input.data_locs,
+                                                             input.data, worker)](
                const std::vector<std::size_t>& neighbors, const Vector3& target) {
       return solver->solve(neighbors, target);
     };

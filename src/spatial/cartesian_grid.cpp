@@ -2,6 +2,7 @@
 
 #include "core/interrupt.h"
 #include "core/large_pages.h"
+#include "core/multiply_add.h"
 
 #include <algorithm>
 #include <cmath>
@@ -68,8 +69,8 @@ std::int64_t truncated_to_int(double value) {
   return std::isnan(value) ? 0 : static_cast<std::int64_t>(std::clamp(value, least, most));
 }
 
-// Location of a cell in two steps, the first of which a run along the third axis shares. The fused
-// operations are spelt out so that both uses round alike.
+// Location of a cell in two steps, the first of which a run along the third axis shares. A cell
+// asked for by itself is rounded as it is in the list.
 class CellPlacer {
  public:
   explicit CellPlacer(const CartesianGrid& grid)
@@ -82,7 +83,7 @@ class CellPlacer {
     const double v = static_cast<double>(j) * normalised_cell_[1];
     Vector3 offset;
     for (Eigen::Index axis = 0; axis < 3; ++axis) {
-      offset[axis] = std::fma(to_real_(axis, 1), v, to_real_(axis, 0) * u);
+      offset[axis] = multiply_add(to_real_(axis, 1), v, to_real_(axis, 0) * u);
     }
     return offset;
   }
@@ -91,7 +92,7 @@ class CellPlacer {
     const double w = static_cast<double>(k) * normalised_cell_[2];
     Vector3 location;
     for (Eigen::Index axis = 0; axis < 3; ++axis) {
-      location[axis] = std::fma(to_real_(axis, 2), w, run[axis]) + origin_[axis];
+      location[axis] = multiply_add(to_real_(axis, 2), w, run[axis]) + origin_[axis];
     }
     return location;
   }

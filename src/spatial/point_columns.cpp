@@ -1,14 +1,16 @@
 #include "spatial/point_columns.h"
 
-#include <cmath>
+#include "core/multiply_add.h"
+
+#include <algorithm>
 
 namespace talvorix {
 
 namespace {
 
-// Both passes over the points must round alike, so the fused operations are spelt out.
+// Both passes over the points must round alike.
 inline double projection(double x, double y, double z, const Vector3& direction) {
-  return std::fma(z, direction[2], std::fma(y, direction[1], x * direction[0]));
+  return multiply_add(z, direction[2], multiply_add(y, direction[1], x * direction[0]));
 }
 
 }  // namespace

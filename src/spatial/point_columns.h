@@ -1,8 +1,8 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/large_pages.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <limits>
 #include <vector>
@@ -16,8 +16,10 @@ class PointColumns {
   static constexpr std::size_t block = 16;
 
   explicit PointColumns(const Locations& points)
-      : padded_size_((points.size() + block - 1) / block * block), coordinates_(3 * padded_size_) {
-    std::fill(coordinates_.begin(), coordinates_.end(), std::numeric_limits<double>::quiet_NaN());
+      : padded_size_((points.size() + block - 1) / block * block) {
+    coordinates_.reserve(3 * padded_size_);
+    prefer_large_pages(coordinates_.data(), 3 * padded_size_ * sizeof(double));
+    coordinates_.resize(3 * padded_size_, std::numeric_limits<double>::quiet_NaN());
     for (std::size_t i = 0; i < points.size(); ++i) {
       set(i, points[i]);
     }

@@ -171,7 +171,7 @@ ExperimentalVariogram compute_exp_variogram(const Locations& data_locs,
                       const Vector3 p = random_perpendicular(e, search.tol, own_rng, worker);
                       tube.build(data_locs,
                                  tube_matrix(e, p, (box * direction).norm(), search.bandwidth),
-                                 tube_radius);
+                                 tube_radius, worker);
                       bins.reset(random_lags(direction, box, search, own_rng, worker));
                       for (const std::size_t center : centers) {
                         worker.poll();

@@ -28,13 +28,15 @@ std::size_t TubeSearch::Cells::of(double coordinate) const {
   return cell > 0.0 ? static_cast<std::size_t>(std::min(cell, static_cast<double>(count - 1))) : 0;
 }
 
-void TubeSearch::build(const Locations& locations, const Matrix3& matrix, double radius) {
+void TubeSearch::build(const Locations& locations, const Matrix3& matrix, double radius,
+                       Worker& worker) {
   squared_radius_ = radius * radius;
   constexpr double infinity = std::numeric_limits<double>::infinity();
   Eigen::Array2d smallest(infinity, infinity);
   Eigen::Array2d largest(-infinity, -infinity);
   mapped_.clear();
   for (const Vector3& location : locations) {
+    worker.poll();
     const Vector3 mapped = matrix * location;
     mapped_.push_back(
         {mapped[0], mapped[1], mapped[2], static_cast<std::uint32_t>(mapped_.size())});

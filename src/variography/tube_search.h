@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/parallel.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +18,7 @@ class TubeSearch {
  public:
   // The first row of the matrix is the direction of the tube, in units of half its length; the
   // other two go across, in units of half its width.
-  void build(const Locations& locations, const Matrix3& matrix, double radius);
+  void build(const Locations& locations, const Matrix3& matrix, double radius, Worker& worker);
 
   // All locations nearer than the radius to one of them, itself included, in a fixed order that is
   // not that of distance. Coordinates that are not finite are near nothing.
