@@ -135,16 +135,21 @@ double range_penalty(const CovarianceModel& cov) {
 
 class IdwErrorMeasure {
  public:
-  IdwErrorMeasure(const std::vector<Fold>& folds, const IdwScoring& scoring, int n_threads)
-      : scoring_(scoring) {
+  IdwErrorMeasure(const std::vector<Fold>& folds, const IdwScoring& scoring) : scoring_(scoring) {
     check_partition_sizes(scoring.validation.partitions, "n_partitions");
-    double n_indices = 0.0;
     for (const Fold& fold : folds) {
       folds_.emplace_back(fold, scoring);
-      n_indices += folds_.back().indices_at_most();
     }
+  }
+
+  // Makes ready for many models.
+  void keep_partitions(int n_threads) {
     // Beyond this they are drawn anew for every model.
     constexpr double most_indices_kept = 1e8;
+    double n_indices = 0.0;
+    for (const ScoredFold& fold : folds_) {
+      n_indices += fold.indices_at_most();
+    }
     if (n_indices <= most_indices_kept) {
       parallel_for(folds_.size(), check_n_threads(n_threads),
                    [&](Worker& worker, std::size_t i) { folds_[i].keep_partitions(worker); });
@@ -202,7 +207,7 @@ CovarianceModel single_structure(const Ellipsoid& ellipsoid, const Kernel& cov_k
 double compute_covariance_error_idw(const CovarianceModel& cov, const std::vector<Fold>& folds,
                                     const IdwScoring& scoring, int n_threads) {
   InterruptPoller poll;
-  return IdwErrorMeasure(folds, scoring, n_threads)(cov, n_threads, poll);
+  return IdwErrorMeasure(folds, scoring)(cov, n_threads, poll);
 }
 
 double compute_ellipsoid_error_idw(const Ellipsoid& ellipsoid, const Kernel& cov_kernel,
@@ -214,7 +219,8 @@ double compute_ellipsoid_error_idw(const Ellipsoid& ellipsoid, const Kernel& cov
 
 CovarianceErrorFunction create_covariance_idw_error(const std::vector<Fold>& folds,
                                                     const IdwScoring& scoring, int n_threads) {
-  const auto measure = std::make_shared<const IdwErrorMeasure>(folds, scoring, n_threads);
+  const auto measure = std::make_shared<IdwErrorMeasure>(folds, scoring);
+  measure->keep_partitions(n_threads);
   return CovarianceErrorFunction([measure](const CovarianceModel& cov, int threads, PollRef poll) {
     return (*measure)(cov, threads, poll);
   });
