@@ -18,8 +18,14 @@ void init_threads() {
   });
 }
 
+std::mutex& planner_mutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
 void set_fft_n_threads(int n_threads) {
   init_threads();
+  const std::lock_guard lock(planner_mutex());
   fftw_plan_with_nthreads(check_n_threads(n_threads));
 }
 

@@ -1,0 +1,155 @@
+#include "simulation/fft_array.h"
+
+#include "core/large_pages.h"
+#include "simulation/fft_threads.h"
+
+#include <fftw3.h>
+
+#include <algorithm>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+namespace talvorix::fft {
+
+namespace {
+
+// The planner's own word for plans that it need not search for, together with the flag that keeps
+// it from timing candidates: timed plans could change the last bits from run to run.
+constexpr unsigned plan_flags = 128U | FFTW_ESTIMATE;
+
+// Executes the plan that make_plan returns; a null plan is skipped.
+template <class MakePlan>
+void transform(MakePlan&& make_plan) {
+  fftw_plan plan = nullptr;
+  {
+    const std::lock_guard lock(planner_mutex());
+    plan = make_plan();
+  }
+  if (plan == nullptr) {
+    return;
+  }
+  fftw_execute(plan);
+  const std::lock_guard lock(planner_mutex());
+  fftw_destroy_plan(plan);
+}
+
+std::int64_t checked_size(const Extents& extents) {
+  for (const std::int64_t extent : extents) {
+    if (extent < 1 || extent > std::numeric_limits<int>::max()) {
+      throw std::invalid_argument("an extent of a transform is " + std::to_string(extent) +
+                                  "; it must be from 1 to 2^31 - 1");
+    }
+  }
+  constexpr double most = 1e18;
+  if (static_cast<double>(extents[0]) * static_cast<double>(extents[1]) *
+          static_cast<double>(extents[2]) >
+      most) {
+    throw std::bad_alloc();
+  }
+  return extents[0] * extents[1] * extents[2];
+}
+
+Extents half_spectrum(const Extents& extents) {
+  return {extents[0], extents[1], extents[2] / 2 + 1};
+}
+
+int to_int(std::int64_t extent) { return static_cast<int>(extent); }
+
+fftw_complex* to_fftw(std::complex<double>* values) {
+  return reinterpret_cast<fftw_complex*>(values);
+}
+
+void require_spectrum(const complex_array& spectrum, std::int64_t needed) {
+  if (spectrum.size() < needed) {
+    throw std::invalid_argument("the spectrum has " + std::to_string(spectrum.size()) +
+                                " entries, but the transform reads " + std::to_string(needed));
+  }
+}
+
+}  // namespace
+
+array::array(const Extents& extents, std::int64_t rank, double value)
+    : extents_(extents), rank_(rank) {
+  const auto n = static_cast<std::size_t>(checked_size(extents));
+  if (n > values_.max_size()) {
+    throw std::bad_alloc();
+  }
+  values_.reserve(n);
+  prefer_large_pages(values_.data(), n * sizeof(double));
+  values_.resize(n, value);
+}
+
+array::array(const Extents& extents, double value) : array(extents, 3, value) {}
+
+array::array(std::int64_t size, double value) : array({size, 1, 1}, 1, value) {}
+
+array::array(const double* values, const Extents& extents) : array(extents, 3, 0.0) {
+  std::copy_n(values, values_.size(), values_.begin());
+}
+
+void array::backward(complex_array& spectrum) {
+  const int n0 = to_int(extents_[0]);
+  const int n1 = to_int(extents_[1]);
+  if (rank_ == 1) {
+    require_spectrum(spectrum, n0 / 2 + 1);
+    transform(
+        [&] { return fftw_plan_dft_c2r_1d(n0, to_fftw(spectrum.data()), data(), plan_flags); });
+  } else if (rank_ == 2) {
+    require_spectrum(spectrum, extents_[0] * (n1 / 2 + 1));
+    transform(
+        [&] { return fftw_plan_dft_c2r_2d(n0, n1, to_fftw(spectrum.data()), data(), plan_flags); });
+  } else if (rank_ == 3) {
+    fft::backward(spectrum, extents_, data());
+  }
+}
+
+void ReleaseBuffer::operator()(std::complex<double>*) const { fftw_free(allocated); }
+
+complex_array::Values complex_array::allocate(std::int64_t n) {
+  constexpr std::size_t alignment = 64;
+  const auto bytes = static_cast<std::size_t>(n) * sizeof(std::complex<double>);
+  void* const allocated = fftw_malloc(bytes + alignment);
+  if (allocated == nullptr) {
+    throw std::bad_alloc();
+  }
+  void* aligned = allocated;
+  std::size_t space = bytes + alignment;
+  std::align(alignment, bytes, aligned, space);
+  prefer_large_pages(aligned, bytes);
+  return Values(static_cast<std::complex<double>*>(aligned), ReleaseBuffer{allocated});
+}
+
+complex_array::complex_array(std::int64_t n)
+    : size_(checked_size({n, 1, 1})), extents_{n, 1, 1}, values_(allocate(n)) {
+  std::uninitialized_fill_n(values_.get(), n, 0.0);
+}
+
+void complex_array::forward(const double* values, const Extents& extents) {
+  checked_size(extents);
+  const Extents half = half_spectrum(extents);
+  const std::int64_t n = half[0] * half[1] * half[2];
+  Values spectrum = allocate(n);
+  transform([&] {
+    // The transform keeps its input, though it does not say so.
+    return fftw_plan_dft_r2c_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
+                                const_cast<double*>(values), to_fftw(spectrum.get()), plan_flags);
+  });
+  rank_ = 3;
+  size_ = n;
+  extents_ = half;
+  values_ = std::move(spectrum);
+}
+
+void backward(complex_array& spectrum, const Extents& extents, double* values) {
+  const Extents half = half_spectrum(extents);
+  require_spectrum(spectrum, half[0] * half[1] * half[2]);
+  transform([&] {
+    return fftw_plan_dft_c2r_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
+                                to_fftw(spectrum.data()), values, plan_flags);
+  });
+}
+
+}  // namespace talvorix::fft
