@@ -36,6 +36,8 @@ void watch_forks() {
 // being a worker of a region from which another one is started.
 thread_local bool entered_library = true;
 
+thread_local int serial_regions = 0;
+
 class Region {
  public:
   Region(int n_workers, const std::function<void(Worker&)>& job)
@@ -101,6 +103,9 @@ class Region {
 
 void Worker::leave() { throw Stopped{}; }
 
+SerialRegions::SerialRegions() { ++serial_regions; }
+SerialRegions::~SerialRegions() { --serial_regions; }
+
 int check_n_threads(int n) {
   static const std::uint32_t hardware = std::thread::hardware_concurrency();
   // The comparison is unsigned on purpose: every negative count reads as a very large one and
@@ -126,7 +131,7 @@ std::pair<std::size_t, std::size_t> static_block(std::size_t n, int n_blocks, in
 void run_workers(int n_workers, const std::function<void(Worker&)>& job) {
   watch_forks();
   Region region(n_workers, job);
-  if (n_workers == 1 || team_lost_in_fork) {
+  if (n_workers == 1 || team_lost_in_fork || serial_regions > 0) {
     for (int index = 0; index < n_workers; ++index) {
       region.run(index, true);
     }

@@ -45,6 +45,16 @@ class Worker {
   InterruptPoller poller_;
 };
 
+// While one lives, the regions that its thread starts run their workers one after the other, with
+// the same results. For a thread that holds something which the workers would wait for.
+class SerialRegions {
+ public:
+  SerialRegions();
+  ~SerialRegions();
+  SerialRegions(const SerialRegions&) = delete;
+  SerialRegions& operator=(const SerialRegions&) = delete;
+};
+
 // Runs job once for each worker number from 0 to n_workers - 1, each on a thread of its own where
 // the runtime gives as many. What a worker throws is rethrown here once all have stopped; of
 // several failures the one of the lowest worker number wins.

@@ -59,10 +59,11 @@ class KrigingSolver {
         poll_([&worker] { worker.poll(); }) {}
 
   Estimate solve(const std::vector<std::size_t>& neighbors, const Vector3& target) {
-    if (neighbors != factored_) {
-      factored_.clear();
+    if (!is_factored_ || neighbors != factored_) {
+      is_factored_ = false;
       factor(neighbors);
       factored_ = neighbors;
+      is_factored_ = true;
     }
     const auto n = static_cast<Eigen::Index>(points_.size());
     const Eigen::Index n_equations = n + System::extra_equations;
@@ -138,6 +139,7 @@ class KrigingSolver {
   GatheredPoints points_;
   SymmetricSolver solver_;
   std::function<void()> poll_;
+  bool is_factored_ = false;
   std::vector<std::size_t> factored_;  // the neighbours of the factored system
   std::vector<std::size_t> used_;      // those of them that have an equation
   Eigen::VectorXd right_side_;

@@ -27,4 +27,8 @@ class CallbackGuard {
   std::shared_ptr<CallbackLock> callback_lock_;
 };
 
+// Whether this thread is inside a callback, and so holds the lock. Workers that call back
+// themselves must then run on this thread: others would wait for the lock for ever.
+bool inside_callback();
+
 }  // namespace talvorix::python

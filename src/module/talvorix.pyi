@@ -2484,7 +2484,8 @@ def optimize_covariance_using_idw(
         Sizes and number of the random subsets from which each datum of a fold is predicted.
     regularization_const : float
         Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
-        log(1 + range^2) over the ranges, in the units of the coordinates.
+        log(1 + range^2) over the ranges, in the units of the coordinates. Where those are small beside
+        the field, even a small weight outweighs the fit and drives the ranges toward 0.
     n_centers : int
         Number of folds.
     n_iterations : int
@@ -2590,7 +2591,8 @@ def optimize_ellipsoid_using_idw(
         Sizes and number of the random subsets from which each datum of a fold is predicted.
     regularization_const : float
         Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
-        log(1 + range^2) over the ranges, in the units of the coordinates.
+        log(1 + range^2) over the ranges, in the units of the coordinates. Where those are small beside
+        the field, even a small weight outweighs the fit and drives the ranges toward 0.
     n_centers : int
         Number of folds.
     n_rays, n_scales, tol

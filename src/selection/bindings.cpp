@@ -1,3 +1,4 @@
+#include "core/parallel.h"
 #include "module/callback_lock.h"
 #include "module/conversions.h"
 #include "module/registration.h"
@@ -11,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -264,8 +266,13 @@ std::shared_ptr<const py::function> shareable(py::function callback) {
 }
 
 double number_from(const py::object& result) {
-  const double number = PyUnicode_Check(result.ptr()) != 0 ? -1.0 : PyFloat_AsDouble(result.ptr());
-  if (PyUnicode_Check(result.ptr()) != 0 || (number == -1.0 && PyErr_Occurred() != nullptr)) {
+  const bool is_text = PyUnicode_Check(result.ptr()) != 0 || PyBytes_Check(result.ptr()) != 0;
+  const double number = is_text ? 0.0 : PyFloat_AsDouble(result.ptr());
+  const bool failed = PyErr_Occurred() != nullptr;
+  if (failed && PyErr_ExceptionMatches(PyExc_TypeError) == 0) {
+    throw py::error_already_set();
+  }
+  if (is_text || failed) {
     PyErr_Clear();
     throw py::type_error("python_callback returned an object of type " +
                          std::string(py::str(py::type::of(result).attr("__name__"))) +
@@ -279,7 +286,6 @@ CovarianceErrorFunction custom_error(py::function python_callback) {
   return CovarianceErrorFunction(
       [callback = shareable(std::move(python_callback))](const CovarianceModel& covariance,
                                                          int n_threads, PollRef) {
-        const py::gil_scoped_acquire interpreter_lock;
         const CallbackGuard guard;
         return number_from((*callback)(covariance, n_threads));
       },
@@ -456,6 +462,10 @@ void bind_searches(py::module_& m) {
           return optimize_covariance(covs, error_function, search, n_threads);
         };
         if (error_function.needs_interpreter()) {
+          std::optional<SerialRegions> on_this_thread;
+          if (inside_callback()) {
+            on_this_thread.emplace();
+          }
           // The workers take the lock in turn.
           const py::gil_scoped_release released;
           return to_tuple(run());
@@ -503,7 +513,8 @@ ValueError
          double min_range, double max_range, double power_a, double max_distance, int max_nei_size,
          int min_partition_size, int max_partition_size, int n_partitions,
          double regularization_const, int n_centers, int n_rays, int n_scales, int n_iterations,
-         int n_iterations_without_upgrade, double tol, int seed, int n_threads, bool debug) {
+         int n_iterations_without_upgrade, double tol, std::int64_t seed, int n_threads,
+         bool debug) {
         return to_tuple(optimize_ellipsoid_using_idw(
             data_locs, data, cov_kernel, min_range, max_range, max_distance,
             {power_a, max_nei_size, min_partition_size, max_partition_size, n_partitions, n_centers,
@@ -539,7 +550,8 @@ min_partition_size, max_partition_size, n_partitions : int
     Sizes and number of the random subsets from which each datum of a fold is predicted.
 regularization_const : float
     Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
-    log(1 + range^2) over the ranges, in the units of the coordinates.
+    log(1 + range^2) over the ranges, in the units of the coordinates. Where those are small beside
+    the field, even a small weight outweighs the fit and drives the ranges toward 0.
 n_centers : int
     Number of folds.
 n_rays, n_scales, tol
@@ -575,7 +587,8 @@ ValueError
          double /*min_range*/, double /*max_range*/, double power_a, double max_distance,
          int max_nei_size, int min_partition_size, int max_partition_size, int n_partitions,
          double regularization_const, int n_centers, int n_rays, int n_scales, int n_iterations,
-         int n_iterations_without_upgrade, double tol, int seed, int n_threads, bool debug) {
+         int n_iterations_without_upgrade, double tol, std::int64_t seed, int n_threads,
+         bool debug) {
         return to_tuple(optimize_covariance_using_idw(
             data_locs, data, ellipsoid, cov_kernel,
             {n_kernels, n_covs, delta_angle, min_str_range, max_str_range, min_sill, max_sill},
@@ -614,7 +627,8 @@ min_partition_size, max_partition_size, n_partitions : int
     Sizes and number of the random subsets from which each datum of a fold is predicted.
 regularization_const : float
     Weight of the penalty on long ranges: the error is multiplied by 1 plus this times the sum of
-    log(1 + range^2) over the ranges, in the units of the coordinates.
+    log(1 + range^2) over the ranges, in the units of the coordinates. Where those are small beside
+    the field, even a small weight outweighs the fit and drives the ranges toward 0.
 n_centers : int
     Number of folds.
 n_iterations : int
@@ -650,7 +664,7 @@ Settings of `optimize_ellipsoid`, as fields that can be read and written; see
       .def(py::init([](double power_a, int max_nei_size, int min_partition_size,
                        int max_partition_size, int n_partitions, int n_centers, int n_rays,
                        int n_scales, int n_iterations, int n_iterations_without_upgrade, double tol,
-                       double regularization_const, int seed, int n_threads, bool debug) {
+                       double regularization_const, std::int64_t seed, int n_threads, bool debug) {
              return Parameters{power_a,
                                max_nei_size,
                                min_partition_size,

@@ -25,7 +25,7 @@ struct EllipsoidOptimizationParameters {
   int n_iterations_without_upgrade = 50;
   double tol = 0.002;
   double regularization_const = 0.025;
-  int seed = 1231;
+  std::int64_t seed = 1231;
   int n_threads = 0;
   bool debug = false;
 };

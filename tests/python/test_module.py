@@ -108,6 +108,14 @@ LONG_CALLS = {
     "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
     "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
+    "folds": "t.create_folds(many, many[:, 0], 1e-9, 0, 2**31 - 1)",
+    "a validation": "t.kfold_cross_validation_using_idw(X, z, covs, 9)",
+    "a kriged validation": "t.kfold_cross_validation_using_ok(X, z, covs, 9, 900, 400, 400, 99)",
+    "an error of a model": "t.compute_covariance_error_idw(covs, [(X, z)], 9, -1, 3, 9, 9, 9, 0)",
+    "a search": "t.optimize_ellipsoid(X, z, t.Kernel.gaussian, 0.1, 1)",
+    "a search that keeps the interpreter": "t.optimize_covariance([covs], of_idw(), 2**30)",
+    "slow callbacks": "t.optimize_covariance([covs], slow, 2**30)",
+    "slow callbacks elsewhere": "t.optimize_covariance([covs] * 99, slow_elsewhere, n_threads=2)",
     # Shapes for which no draw is ever accepted.
     "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
     "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
@@ -119,11 +127,17 @@ LONG_CALLS = {
 @pytest.mark.parametrize("call", LONG_CALLS.values(), ids=LONG_CALLS)
 def test_ctrl_c_is_answered_and_leaves_everything_usable(call):
     script = f"""
-import time, numpy as np, talvorix as t
+import threading, time, numpy as np, talvorix as t
 X = np.random.default_rng(1).random((9000, 3)); z = X[:, 0].copy()
 many = np.random.default_rng(2).random((2_000_000, 3))
 e = t.Ellipsoid(1, 1, 1, 0, 0, 0); n = t.Neighborhood(X)
 covs = [t.Covariance.exponential(0.6, e), t.Covariance.gaussian(0.4, e)]
+of_idw = lambda: t.CovarianceErrorFunction.IDW([(X[:400], z[:400])], 9)
+here = threading.get_ident()
+slow = t.CovarianceErrorFunction.Custom(lambda model, n_threads: time.sleep(0.02) or 1.0)
+slow_elsewhere = t.CovarianceErrorFunction.Custom(
+    lambda model, n_threads: time.sleep(0.3 * (threading.get_ident() != here)) or 1.0
+)
 print("ready", flush=True)
 try:
     {call}
@@ -209,6 +223,9 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.BlockModel).locations(),
         lambda: talvorix.create_random_drillholes(raw(talvorix.BoundingBox), 1, 1),
         lambda: raw(talvorix.ExperimentalVariogram).lags,
+        lambda: raw(talvorix.CovarianceErrorFunction)([]),
+        lambda: talvorix.optimize_covariance([[]], raw(talvorix.CovarianceErrorFunction)),
+        lambda: raw(talvorix.EllipsoidOptimizationParameters).seed,
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):

@@ -72,6 +72,17 @@ estimates += talvorix.exponential_distribution(2).simulate(1)
 each, estimates, holes = talvorix.compute_exp_variogram(table, values).get_variogram(mapped)
 each, estimates, holes = talvorix.compute_exp_variogram(table, values).get_variogram(90, dip=0)
 half += talvorix.variogram_computer(model, 2)(mapped)
+folds = talvorix.create_folds(table, values, 1, np.int64(3), n_centers=2)
+errors: list[list[float]] = talvorix.kfold_cross_validation_using_ok(table, values, model, 2)
+measure = talvorix.CovarianceErrorFunction.IDW([*folds, (triples, [1, 2.5, 3])], 2)
+half += measure(model) + talvorix.compute_covariance_error_idw(
+    tuple(model), [(table, values)], 2, -1, 2.5, 2, np.int64(3), 2, regularization_const=0
+)
+measure = talvorix.CovarianceErrorFunction.Custom(lambda covs, n: covs[0].sill + n)
+model, half = talvorix.optimize_covariance(models, measure, 3, 3, debug=False)
+settings = talvorix.EllipsoidOptimizationParameters(n_rays=9, max_partitions_size=20, tol=1)
+settings.max_nei_size, settings.max_partition_size = 8, settings.max_partition_size + 5
+ellipsoid, half = talvorix.optimize_ellipsoid(table, values, Kernel.spherical, 0.1, 1, settings)
 """
 WRONG = """\
 Kernel()
@@ -99,6 +110,14 @@ talvorix.Distribution()
 talvorix.NScore(talvorix.gaussian_distribution(), [1, 2, 3])
 talvorix.gaussian_distribution().simulate(3.5)
 talvorix.compute_exp_variogram(table, table[:, 0]).lags = []
+talvorix.create_folds(table, table[:, 0], 1, 3.5, 2)
+talvorix.kfold_cross_validation_using_sk(table, table[:, 0], nugget, 2)
+talvorix.CovarianceErrorFunction(max)
+talvorix.CovarianceErrorFunction.IDW([table], 2)
+talvorix.CovarianceErrorFunction.Custom(3)
+talvorix.optimize_covariance([model], max)
+talvorix.EllipsoidOptimizationParameters(max_partition_size=20)
+talvorix.EllipsoidOptimizationParameters().n_rays = 2.5
 """
 
 
