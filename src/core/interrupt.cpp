@@ -2,16 +2,35 @@
 
 #include <algorithm>
 #include <atomic>
+#include <thread>
 
 namespace talvorix {
 
 namespace {
 
 std::atomic<InterruptCheck> interrupt_check{nullptr};
+std::atomic<HostYield> host_yield{nullptr};
+
+void wait_a_little() { std::this_thread::sleep_for(std::chrono::microseconds(200)); }
 
 }  // namespace
 
 void set_interrupt_check(InterruptCheck check) noexcept { interrupt_check.store(check); }
+
+void set_host_yield(HostYield yield) noexcept { host_yield.store(yield); }
+
+PatientLock::PatientLock(std::mutex& mutex) : lock_(mutex, std::try_to_lock) {
+  InterruptPoller poll;
+  while (!lock_.owns_lock()) {
+    if (const HostYield yield = host_yield.load(std::memory_order_relaxed)) {
+      yield(wait_a_little);
+    } else {
+      wait_a_little();
+    }
+    poll();
+    (void)lock_.try_lock();
+  }
+}
 
 void InterruptPoller::look_at_clock() {
   using std::chrono::milliseconds;

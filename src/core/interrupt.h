@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <concepts>
+#include <mutex>
 
 namespace talvorix {
 
@@ -10,6 +11,21 @@ namespace talvorix {
 using InterruptCheck = void (*)();
 
 void set_interrupt_check(InterruptCheck check) noexcept;
+
+// Calls its argument, which waits for another thread, while the host language runs on: the other
+// one may need the host's own lock to look for the user's wish to stop.
+using HostYield = void (*)(void (*wait)());
+
+void set_host_yield(HostYield yield) noexcept;
+
+// Holds a mutex whose holders may poll, and waits for it in the way that makes this safe.
+class PatientLock {
+ public:
+  explicit PatientLock(std::mutex& mutex);
+
+ private:
+  std::unique_lock<std::mutex> lock_;
+};
 
 // Calls the interrupt check at most every few hundredths of a second, however short or long the
 // steps between two polls are. Costs a decrement on most calls.

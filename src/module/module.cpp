@@ -58,6 +58,15 @@ void check_signals() {
   }
 }
 
+void wait_without_interpreter_lock(void (*wait)()) {
+  if (PyGILState_Check() != 0) {
+    const py::gil_scoped_release released;
+    wait();
+  } else {
+    wait();
+  }
+}
+
 void define_thread_functions(py::module_& m) {
   m.def("set_fft_n_threads", &fft::set_fft_n_threads, py::arg("n_threads") = 0, R"(
 Set how many threads Fourier transforms use from now on, in the whole process.
@@ -116,6 +125,7 @@ void module_body(py::module_& m) {
   fft::init_threads();
   fft::set_fft_n_threads(0);
   set_interrupt_check(check_signals);
+  set_host_yield(wait_without_interpreter_lock);
   if (registered == nullptr) {
     const py::set own_names(m.attr("__dict__"));
     define_thread_functions(m);

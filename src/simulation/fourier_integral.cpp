@@ -1,0 +1,233 @@
+#include "simulation/fourier_integral.h"
+
+#include "core/interrupt.h"
+#include "core/parallel.h"
+#include "core/random.h"
+#include "covariance/kernel_table.h"
+#include "simulation/fft_array.h"
+#include "simulation/fft_threads.h"
+#include "simulation/nugget_simulator.h"
+#include "simulation/sum_simulator.h"
+#include "spatial/bounding_box.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace talvorix::fft {
+
+namespace {
+
+// The transform library's thread count is one setting of the process, so lattices are made one at a
+// time.
+std::mutex& lattice_mutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+// Along one axis of the lattice.
+struct Axis {
+  std::int64_t count;
+  double cell;
+  double origin;
+
+  Axis(int wanted, double smallest, double length) {
+    const double extent = 1.5 * length;
+    count = extent < 1e-20 ? 1 : std::max(wanted, 1);
+    cell = extent / static_cast<double>(count) + 1e-20;
+    origin = smallest - 2.0 * cell;
+  }
+
+  // Number of the cell that a coordinate is in; the first and the last go on beyond the ends.
+  std::int64_t index(double coordinate) const {
+    const double i = (coordinate - origin) / cell;
+    const double from_first = i > 0.0 ? i : 0.0;
+    const auto last = static_cast<double>(count - 1);
+    return static_cast<std::int64_t>(from_first < last ? from_first : last);
+  }
+
+  // Steps between a wrapped index and the zero lag.
+  std::int64_t steps(std::int64_t wrapped_index) const {
+    return std::min(wrapped_index, count - wrapped_index);
+  }
+
+  // Where the transform holds what the lattice shows at an index: its halves change places, and on
+  // an axis of even count the last plane repeats the first.
+  std::int64_t source(std::int64_t i) const {
+    const std::int64_t half = count / 2;
+    return count % 2 == 0 && i == count - 1 ? half : wrapped(i - half, count);
+  }
+};
+
+class FimCovSimulation final : public SpatialField {
+ public:
+  FimCovSimulation(const Locations& locs, const Covariance& cov, std::int64_t seed,
+                   const LatticeCounts& counts, int n_threads)
+      : matrix_(cov.ellipsoid.matrix()), std_dev_(std::sqrt(cov.sill)) {
+    const int n_workers = check_n_threads(n_threads);
+    const PatientLock lock(lattice_mutex());
+    set_fft_n_threads(n_workers);
+    const BoundingBox box(cov.ellipsoid.forward(locs, n_workers));
+    const std::array<int, 3> wanted = {counts.nx, counts.ny, counts.nz};
+    for (Eigen::Index a = 0; a < 3; ++a) {
+      axes_.emplace_back(wanted[static_cast<std::size_t>(a)], box.lower()[a], box.size()[a]);
+    }
+    const Extents extents = {axes_[0].count, axes_[1].count, axes_[2].count};
+    // One plane more along each axis than the strides ever reach.
+    values_.resize(
+        static_cast<std::size_t>((extents[0] + 1) * (extents[1] + 1) * (extents[2] + 1)));
+    array lattice(extents, 0.0);
+    complex_array spectrum;
+    fill_with_covariance(lattice, get_kernel(cov, 2000000), n_workers);
+    spectrum.forward(lattice);
+    draw_phases(spectrum, static_cast<double>(lattice.size()), seed, n_workers);
+    lattice.backward(spectrum);
+    copy_out(lattice, n_workers);
+  }
+
+  double value(const Vector3& location, int) const override { return look_up(location); }
+
+  void values(std::span<const Vector3> locations, double* values, int, PollRef) const override {
+    for (const Vector3& location : locations) {
+      *values++ = look_up(location);
+    }
+  }
+
+ private:
+  double look_up(const Vector3& location) const {
+    const Vector3 y = matrix_ * location;
+    const auto at =
+        (axes_[0].index(y[0]) * axes_[1].count + axes_[1].index(y[1])) * axes_[2].count +
+        axes_[2].index(y[2]);
+    return values_[static_cast<std::size_t>(at)] * std_dev_;
+  }
+
+  // The covariance at every lag of the lattice, indexed circularly. It is the same in all eight
+  // octants: each row is computed once and copied to the others.
+  void fill_with_covariance(array& lattice, const Kernel& kernel, int n_workers) const {
+    const Axis& x = axes_[0];
+    const Axis& y = axes_[1];
+    const Axis& z = axes_[2];
+    const auto squared = [](double d) { return d * d; };
+    parallel_for(
+        static_cast<std::size_t>(x.count / 2 + 1), n_workers, [&](Worker& worker, std::size_t row) {
+          const auto i = static_cast<std::int64_t>(row);
+          for (std::int64_t j = 0; j <= y.count / 2; ++j) {
+            worker.poll();
+            const double across =
+                squared(static_cast<double>(i) * x.cell) + squared(static_cast<double>(j) * y.cell);
+            for (std::int64_t k = 0; k <= z.count / 2; ++k) {
+              const double d = std::sqrt(across + squared(static_cast<double>(k) * z.cell));
+              lattice(i, j, k) = kernel(d);
+            }
+            for (std::int64_t k = z.count / 2 + 1; k < z.count; ++k) {
+              lattice(i, j, k) = lattice(i, j, z.steps(k));
+            }
+          }
+        });
+    parallel_for(static_cast<std::size_t>(x.count), n_workers,
+                 [&](Worker& worker, std::size_t plane) {
+                   const auto i = static_cast<std::int64_t>(plane);
+                   for (std::int64_t j = 0; j < y.count; ++j) {
+                     worker.poll();
+                     if (i != x.steps(i) || j != y.steps(j)) {
+                       std::copy_n(&lattice(x.steps(i), y.steps(j), 0), z.count, &lattice(i, j, 0));
+                     }
+                   }
+                 });
+  }
+
+  // Amplitudes are the root of the spectrum, phases are drawn, also on the planes whose entries
+  // should be conjugates of each other: deliberate, the transform reads the half spectrum as it is.
+  static void draw_phases(complex_array& spectrum, double n, std::int64_t seed, int n_workers) {
+    RandomEngine main_rng = seeded_engine(seed);
+    std::vector<std::int64_t> seeds;
+    for (int worker = 0; worker < n_workers; ++worker) {
+      seeds.push_back(static_cast<std::int64_t>(main_rng()));
+    }
+    const double pi = std::acos(-1.0);
+    const std::int64_t plane_size = spectrum.extents()[1] * spectrum.extents()[2];
+    parallel_blocks(static_cast<std::size_t>(spectrum.extents()[0]), n_workers,
+                    [&](Worker& worker, std::size_t begin, std::size_t end) {
+                      RandomEngine rng =
+                          seeded_engine(seeds[static_cast<std::size_t>(worker.index())]);
+                      const auto first = static_cast<std::int64_t>(begin) * plane_size;
+                      const auto last = static_cast<std::int64_t>(end) * plane_size;
+                      for (std::int64_t c = first; c < last; ++c) {
+                        worker.poll();
+                        const std::complex<double> entry = spectrum(c);
+                        const double power =
+                            std::sqrt(entry.real() * entry.real() + entry.imag() * entry.imag());
+                        const double a = std::sqrt(power / n);
+                        const double phase = (2.0 * uniform(rng) - 1.0) * pi;
+                        spectrum(c) = {a * std::cos(phase), a * std::sin(phase)};
+                      }
+                    });
+  }
+
+  void copy_out(const array& lattice, int n_workers) {
+    const Axis& x = axes_[0];
+    const Axis& y = axes_[1];
+    const Axis& z = axes_[2];
+    parallel_for(static_cast<std::size_t>(x.count), n_workers,
+                 [&](Worker& worker, std::size_t plane) {
+                   const auto i = static_cast<std::int64_t>(plane);
+                   for (std::int64_t j = 0; j < y.count; ++j) {
+                     worker.poll();
+                     double* to = values_.data() + (i * y.count + j) * z.count;
+                     const std::int64_t from_x = x.source(i);
+                     const std::int64_t from_y = y.source(j);
+                     for (std::int64_t k = 0; k < z.count; ++k) {
+                       to[k] = lattice(from_x, from_y, z.source(k));
+                     }
+                   }
+                 });
+  }
+
+  Matrix3 matrix_;
+  double std_dev_;
+  std::vector<Axis> axes_;
+  std::vector<double> values_;
+};
+
+}  // namespace
+
+}  // namespace talvorix::fft
+
+namespace talvorix {
+
+SpatialFunction create_fim_simulator(const Locations& locs, const Covariance& cov,
+                                     std::int64_t seed, const LatticeCounts& counts,
+                                     int n_threads) {
+  if (locs.empty()) {
+    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
+  }
+  return SpatialFunction(
+      std::make_shared<fft::FimCovSimulation>(locs, cov, seed, counts, n_threads));
+}
+
+SpatialFunction create_fim_simulator(const Locations& locs, const CovarianceModel& covs,
+                                     std::int64_t seed, const LatticeCounts& counts,
+                                     int n_threads) {
+  if (locs.empty()) {
+    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
+  }
+  RandomEngine rng = seeded_engine(seed);
+  std::vector<SpatialFunction> parts;
+  for (const Covariance& cov : covs) {
+    const auto structure_seed = static_cast<std::int64_t>(rng());
+    parts.push_back(cov.type == Covariance::Type::nugget
+                        ? create_nugget_simulator(std::sqrt(cov.sill), structure_seed)
+                        : create_fim_simulator(locs, cov, structure_seed, counts, n_threads));
+  }
+  return create_simulator(std::move(parts));
+}
+
+}  // namespace talvorix
