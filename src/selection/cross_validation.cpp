@@ -40,6 +40,7 @@ ErrorTable validate(const Locations& data_locs, std::vector<double> values,
   const int n_workers = check_n_threads(n_threads);
   RandomEngine rng = seeded_engine(seed);
   std::vector<std::int64_t> seeds;
+  seeds.reserve(static_cast<std::size_t>(n_workers));
   for (int worker = 0; worker < n_workers; ++worker) {
     seeds.push_back(static_cast<std::int64_t>(rng()));
   }

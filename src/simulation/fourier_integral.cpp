@@ -149,6 +149,7 @@ class FimCovSimulation final : public SpatialField {
   static void draw_phases(complex_array& spectrum, double n, std::int64_t seed, int n_workers) {
     RandomEngine main_rng = seeded_engine(seed);
     std::vector<std::int64_t> seeds;
+    seeds.reserve(static_cast<std::size_t>(n_workers));
     for (int worker = 0; worker < n_workers; ++worker) {
       seeds.push_back(static_cast<std::int64_t>(main_rng()));
     }

@@ -16,6 +16,7 @@ import talvorix
 ROOT = Path(__file__).resolve().parents[2]
 SCRIPT = ROOT / "examples" / "estimate_drillholes.py"
 VARIOGRAM = SCRIPT.with_name("variogram.py")
+ANISOTROPY = SCRIPT.with_name("find_anisotropy.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -219,6 +220,52 @@ def test_variogram_of_a_plane_wave(tmp_path, monkeypatch):
     assert across == opposite and across > 0.7 and max(along) < 0.3
 
 
+def test_anisotropy_of_the_demo_is_found(tmp_path):
+    printed = run_script("--out", tmp_path, "--threads", 2, script=ANISOTROPY)
+    rows = re.findall(r"^(found|isotropic|model) +(\d.*)$", printed, re.MULTILINE)
+    (_, shape), _, _, (_, found), (_, sphere), _ = rows
+    found, sphere = ([float(w.strip("%")) for w in row.split()] for row in (found, sphere))
+    for k in (0, 3):
+        assert found[k] < sphere[k] and found[k + 1] > sphere[k + 1] and found[k + 2] > 15
+    lenses = talvorix.Ellipsoid(280, 190, 80, 35, -8, 52)
+    shape = talvorix.Ellipsoid(*map(float, shape.split()))
+    poles = [np.ravel(e.minor_axis()) for e in (lenses, shape)]
+    cosine = abs(poles[0] @ poles[1]) / np.prod(np.linalg.norm(poles, axis=1))
+    assert math.degrees(math.acos(cosine)) < 20 and shape.info().r1() > 1.5 * shape.info().r3()
+    picture = matplotlib.image.imread(tmp_path / "anisotropy.png")
+    assert min(picture.shape[:2]) > 400 and picture.std() > 0.05
+
+
+def test_anisotropy_draws_shadows_and_cross_validates_an_exact_field(monkeypatch):
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(ANISOTROPY.stem)
+    ellipsoid = talvorix.Ellipsoid(50, 30, 10, 70, -25, 40)
+    across = script.section_direction(ellipsoid)
+    surface = np.reshape(ellipsoid.surface(20_000), (-1, 3))
+    for view in (np.eye(3)[:2], np.array([across, [0, 0, 1]])):
+        line, points = script.outline(ellipsoid, view), view @ surface.T
+        for angle in np.linspace(0, np.pi, 7):
+            side = np.array([np.cos(angle), np.sin(angle)])
+            assert max(side @ line) == pytest.approx(max(side @ points), rel=2e-3)
+    # East of a plane that strikes north and dips east; down the axis of a level one.
+    assert script.section_direction(talvorix.Ellipsoid(9, 9, 1, 90, -30, 0)) == pytest.approx(
+        [1, 0, 0], abs=1e-9
+    )
+    level = talvorix.Ellipsoid(9, 5, 1, 30, 0, 0)
+    assert abs(script.section_direction(level)) == pytest.approx([0.5, math.sqrt(0.75), 0])
+
+    locations = np.random.default_rng(2).uniform(-0.3, 0.3, (400, 3))
+    values = 7 + 3 * np.sin(8 * locations[:, 0])
+    search = script.read_search({}, 1)
+    # Thin along x, across the sheets of equal values, and thin along z.
+    right, wrong = (talvorix.Ellipsoid(3, 3, 0.4, 0, 0, rake) for rake in (90, 0))
+    exact, blurred = (script.validate(locations, values, e, search, True) for e in (right, wrong))
+    residuals = exact.estimates - exact.measured
+    assert exact.explained == pytest.approx(1 - np.mean(residuals**2) / np.var(exact.measured))
+    assert set(exact.measured) <= set(values) and abs(np.mean(residuals)) < 0.2
+    assert exact.error < 0.6 * blurred.error and exact.correlation > 0.95
+
+
 HEADER = "x,y,z,grade,hole"
 ROWS = [f"{x},{x % 3},{-x},{x / 10},DH-{x % 4}" for x in range(20)]
 GOOD = {"--structure": "spherical 1 9 9 9", "--search": "9 9 9"} | {
@@ -289,6 +336,27 @@ def test_variogram_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, e
     monkeypatch.chdir(tmp_path)
     rows = [f"{HEADER},flat", *(f"{row},7" for row in ROWS)]
     Path("table.csv").write_text("\n".join(rows) + "\n")
+    assert script.main(["table.csv", *options]) == 2
+    message = capsys.readouterr().err
+    assert [piece for piece in expected if piece not in message] == []
+    assert not Path("out").exists()
+
+
+@pytest.mark.parametrize(
+    ("options", "expected"),
+    [
+        (["--kernel=cubic"], ["kernel", "spherical", "'cubic'"]),
+        (["--min-range=0.7"], ["min_range", "max_range, which is 0.6", "0.7"]),
+        (["--penalty=-1"], ["penalty", "at least 0", "got -1"]),
+        (["--neighbors=9"], ["neighbors", "at least 30", "got 9"]),
+        ([], ["column 'grade'", "at least 30 values", "got 20"]),
+    ],
+)
+def test_anisotropy_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, expected):
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(ANISOTROPY.stem)
+    monkeypatch.chdir(tmp_path)
+    Path("table.csv").write_text("\n".join([HEADER, *ROWS]) + "\n")
     assert script.main(["table.csv", *options]) == 2
     message = capsys.readouterr().err
     assert [piece for piece in expected if piece not in message] == []
