@@ -107,6 +107,9 @@ LONG_CALLS = {
     "distances of clusters": "t.merge_clusters(many, [0, 1] * (len(many) // 2), 0)",
     "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
     "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
+    "an ensemble of models": "t.ensemble_estimation(many, X, z, local, e, 60, 1, 0, -1, 2, 0.9)",
+    "an ensemble of ellipsoids": "t.ensemble_ellipsoid(range(50_000), [e] * 50_000)",
+    "ellipsoids at targets": "t.ensemble_local_ellipsoids(many, X, [e] * len(X), z, 90, 1, -1)",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
     # Shapes for which no draw is ever accepted.
     "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
@@ -124,6 +127,7 @@ X = np.random.default_rng(1).random((9000, 3)); z = X[:, 0].copy()
 many = np.random.default_rng(2).random((2_000_000, 3))
 e = t.Ellipsoid(1, 1, 1, 0, 0, 0); n = t.Neighborhood(X)
 covs = [t.Covariance.exponential(0.6, e), t.Covariance.gaussian(0.4, e)]
+local = t.LocalCovariances(X, [covs] * len(X), z)
 print("ready", flush=True)
 try:
     {call}
@@ -204,6 +208,7 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.Distribution).simulate(3),
         lambda: talvorix.gaussian_distribution()(raw(talvorix.RNG)),
         lambda: raw(talvorix.CDF).min(),
+        lambda: raw(talvorix.LocalCovariances).errors,
         lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
         lambda: talvorix.BlockModel(raw(talvorix.CartesianGrid), []),
         lambda: raw(talvorix.BlockModel).locations(),
