@@ -280,8 +280,9 @@ ValueError
     When the lists are not equally long.
 )")
       .def_property_readonly("centers", &LocalCovariances::centers, "The middle of each area.")
-      .def_property_readonly("covariances", &LocalCovariances::covariances,
-                             "The model of each area.")
+      .def_property_readonly(
+          "covariances", [](const LocalCovariances& self) { return self.covariances(); },
+          "The model of each area.")
       .def_property_readonly("errors", &LocalCovariances::errors,
                              "The cross-validation error of each model.");
 }

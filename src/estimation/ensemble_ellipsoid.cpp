@@ -91,9 +91,14 @@ class RangeBlender {
   Ellipsoid operator()(std::span<const double> w, MatrixOf&& matrix_of, PollRef poll) {
     order_.resize(w.size());
     std::iota(order_.begin(), order_.end(), std::size_t{0});
-    std::sort(order_.begin(), order_.end(), DescendingRank{w});
+    const DescendingRank ranks_before{w};
+    std::sort(order_.begin(), order_.end(), [&](std::size_t a, std::size_t b) {
+      poll();
+      return ranks_before(a, b);
+    });
     matrices_.clear();
     for (const std::size_t i : order_) {
+      poll();
       matrices_.push_back(matrix_of(i));
     }
     unused_.resize(w.size() - 1);

@@ -124,37 +124,40 @@ def test_targets_that_share_data_are_each_estimated_alone(campaign, models, size
         assert talvorix.ensemble_estimation(targets[i : i + 1], *arguments) == [many[i]]
 
 
-def test_one_local_model_is_plain_kriging(campaign, models):
-    given = (campaign.targets, campaign.locations, campaign.values)
-    covs, nei = covariances(models.structures[4]), campaign.neighborhood
-    arguments = (models.given([4]), talvorix.Ellipsoid(1, 1, 1, 0, 0, 0), 15, -1, 3, -1, 1, 0.9)
-    plain, _ = talvorix.compute_simple_kriging(*given, covs, 1.1, nei, 15)
-    options = {"data_nei": nei, "run_normalization": False}
-    one = talvorix.ensemble_estimation(*given, *arguments, **options, use_sk=True, sk_mean=1.1)
-    np.testing.assert_allclose(one, plain, rtol=0, atol=1e-7)
-    plain, _ = talvorix.compute_ordinary_kriging(*given, covs, nei, 15)
-    one = talvorix.ensemble_estimation(*given, *arguments, **options)
-    np.testing.assert_allclose(one, plain, rtol=0, atol=1e-7)
+@pytest.mark.parametrize("mean", [None, 1.1])
+def test_one_local_model_is_plain_kriging_also_of_coincident_data(campaign, models, mean):
+    locations, values = np.repeat(campaign.locations, 2, axis=0), np.tile(campaign.values, 2)
+    covs, nei = covariances(models.structures[4]), talvorix.Neighborhood(locations)
+    if mean is None:
+        estimator = talvorix.OrdinaryKriging(covs, 15)
+    else:
+        estimator = talvorix.SimpleKriging(covs, mean, 15)
+    plain = estimator(campaign.targets, nei, locations, values)
+    sphere = talvorix.Ellipsoid(1, 1, 1, 0, 0, 0)
+    one = talvorix.EnsembleEstimation(
+        *(models.given([4]), sphere, 15, -1, 3, -1, 1, 0.9, False, mean is not None, mean or 0)
+    )
+    ensemble = one(campaign.targets, nei, locations, values)
+    np.testing.assert_allclose(ensemble, plain, rtol=0, atol=1e-7)
 
 
 def test_where_nothing_can_be_estimated(campaign, models):
-    def run(data=campaign.values, local=None, targets=campaign.targets[:5], **options):
-        local, search = local or models.given(), talvorix.Ellipsoid(*SEARCH)
-        nearest = (8, -1, 4, -1, 2, options.pop("max_weight", 0.9))
-        return talvorix.ensemble_estimation(
-            targets, campaign.locations, data, local, search, *nearest, **options
+    def run(data=campaign.values, errors=models.errors, targets=campaign.targets[:5], **options):
+        n = len(errors)
+        local = talvorix.LocalCovariances(
+            models.centers[:n], models.given().covariances[:n], errors
         )
+        nearest = (8, -1, 4, -1, 2, options.pop("max_weight", 0.9))
+        given = (targets, campaign.locations, data, local, talvorix.Ellipsoid(*SEARCH))
+        return talvorix.ensemble_estimation(*given, *nearest, **options)
 
-    assert np.isfinite(run()).all() and run(targets=[]) == []
-    assert np.isnan(run(local=talvorix.LocalCovariances([], [], []))).all()
-    assert np.isnan(run(np.full(400, 3.0))).all()
-    assert np.isfinite(run(np.full(400, 3.0), run_normalization=False)).all()
-    assert np.isnan(run(targets=[[np.nan, 0, 0]])).all()
-    lost = talvorix.LocalCovariances(models.centers, models.given().covariances, [np.nan] * 18)
-    assert np.isnan(run(local=lost)).all()
-    trusted = talvorix.LocalCovariances(models.centers, models.given().covariances, [0.0] * 18)
-    assert np.isfinite(run(local=trusted)).all()
-    assert np.isnan(run(local=trusted, max_weight=0.0)).all()
+    flat = np.full(400, 3.0)
+    for estimates in (run(), run(flat, run_normalization=False), run(errors=[0] * 18)):
+        assert np.isfinite(estimates).all()
+    nowhere, lost = [[np.nan, 0, 0]], [np.nan] * 18
+    for estimates in (run(flat), run(targets=nowhere), run(errors=lost), run(errors=[])):
+        assert np.isnan(estimates).all()
+    assert np.isnan(run(errors=[0] * 18, max_weight=0.0)).all() and run(targets=[]) == []
 
 
 def literal_blend(w, matrices):
@@ -210,9 +213,6 @@ def test_blends_do_not_depend_on_the_names_of_axes():
     turned = [talvorix.Ellipsoid(matrix[list(p)]) for p in itertools.permutations(range(3))]
     blend = talvorix.ensemble_ellipsoid([0.5, 3, 1, 1, 2, 0.1], turned)
     np.testing.assert_allclose(blend.matrix(), matrix, rtol=1e-5, atol=1e-7)
-    backwards = talvorix.Ellipsoid(9, 5, 2, 220, -25, 60)
-    blend = talvorix.ensemble_ellipsoid([1, 2], [backwards, ellipsoid])
-    np.testing.assert_allclose(blend.matrix(), matrix, rtol=1e-5, atol=1e-7)
     # Ranges, not their inverses, are averaged.
     spheres = [talvorix.Ellipsoid(r, r, r, 0, 0, 0) for r in (4, 1)]
     assert talvorix.ensemble_ellipsoid([3, 1], spheres).info().r1() == pytest.approx(3.25)
@@ -246,28 +246,29 @@ def test_local_ellipsoids_against_the_definition():
 
 
 def test_lists_that_disagree_or_are_empty_are_refused(campaign, models):
-    local, e = models.given(), talvorix.Ellipsoid(1, 1, 1, 0, 0, 0)
-    with pytest.raises(ValueError, match="covariances has 1 entries but centers has 2"):
-        talvorix.LocalCovariances(np.zeros((2, 3)), [[]], [1, 2])
-    with pytest.raises(ValueError, match="errors has 3 entries but centers has 1"):
-        talvorix.LocalCovariances(np.zeros((1, 3)), [[]], [1, 2, 3])
+    local, e, place = models.given(), talvorix.Ellipsoid(1, 1, 1, 0, 0, 0), np.zeros((1, 3))
     with pytest.raises(AttributeError):
         local.errors = []
     assert local.errors == list(models.errors) and len(local.covariances[1]) == 3
     np.testing.assert_array_equal(np.squeeze(local.centers), models.centers)
-    for wrong, text in [({"data_nei": talvorix.Neighborhood([])}, "0"), ({"dhids": [1]}, "dhids")]:
+    run, made = talvorix.ensemble_estimation, talvorix.LocalCovariances
+    blend, around = talvorix.ensemble_ellipsoid, talvorix.ensemble_local_ellipsoids
+    given = ([], campaign.locations, campaign.values, local, e, 5, 1, 1, 1, 2, 0.9)
+    for call, text in [
+        (lambda: made(place, [[], []], [1]), "covariances has 2 entries but centers has 1"),
+        (lambda: made(place, [[]], [1, 2]), "errors has 2 entries but centers has 1"),
+        (lambda: run(*given, data_nei=talvorix.Neighborhood([])), "but neighborhood has 0"),
+        (lambda: run(*given, dhids=[1]), "dhids has 1 entries but data_locs has 400"),
+        (lambda: talvorix.ensemble_model(*[[]] * 7), "w is empty"),
+        (lambda: talvorix.ensemble_model(*[[1]] * 6, [1, 2]), "rake has 2 entries but w has 1"),
+        (lambda: blend([], []), "w is empty"),
+        (lambda: blend([1, 2], [e]), "ellipsoids has 1 entries but w has 2"),
+        (
+            lambda: around([], place, [], [1], 1, 1, 1),
+            "ellipsoids has 0 entries but ellipsoid_locs",
+        ),
+        (lambda: around([], place, [e], [], 1, 1, 1), "ellipsoid_weights has 0 entries"),
+        (lambda: around([], place, [e], [1], 1, 1, 1, dhids=[1, 2]), "dhids has 2 entries"),
+    ]:
         with pytest.raises(ValueError, match=text):
-            talvorix.ensemble_estimation(
-                [], campaign.locations, campaign.values, local, e, 5, 1, 1, 1, 2, 0.9, **wrong
-            )
-    with pytest.raises(ValueError, match="w is empty"):
-        talvorix.ensemble_model(*[[]] * 7)
-    with pytest.raises(ValueError, match="w is empty"):
-        talvorix.ensemble_ellipsoid([], [])
-    with pytest.raises(ValueError, match="dip has 2 entries but w has 1"):
-        talvorix.ensemble_model([1], [1], [1], [1], [1], [1, 2], [1])
-    with pytest.raises(ValueError, match="ellipsoids has 1 entries but w has 2"):
-        talvorix.ensemble_ellipsoid([1, 2], [e])
-    for lists, name in [(([], [1]), "ellipsoids"), (([e], []), "ellipsoid_weights")]:
-        with pytest.raises(ValueError, match=f"{name} has 0 entries but ellipsoid_locs has 1"):
-            talvorix.ensemble_local_ellipsoids([], np.zeros((1, 3)), *lists, 1, 1, 1)
+            call()
