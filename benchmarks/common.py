@@ -10,6 +10,7 @@ import platform
 import shlex
 import shutil
 import subprocess
+import time
 from pathlib import Path
 
 import numpy as np
@@ -128,6 +129,28 @@ def run_program(command, result):
     return np.fromfile(result)
 
 
+def elapsed(work):
+    """Return the seconds that a call took, and its result."""
+    start = time.perf_counter()
+    result = work()
+    return time.perf_counter() - start, result
+
+
+def best_of(repeats, works):
+    """Time calls in turn and return the best seconds of each and the last results.
+
+    Results of one turn are gone before the next: memory is fresh each time. Taking turns lets a
+    busy moment of the machine touch all alike.
+    """
+    best, results = dict.fromkeys(works, np.inf), {}
+    for _ in range(repeats):
+        for name, work in works.items():
+            results.pop(name, None)
+            seconds, results[name] = elapsed(work)
+            best[name] = min(best[name], seconds)
+    return best, results
+
+
 def table(header, rows):
     """Return a Markdown table."""
     lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
@@ -141,18 +164,21 @@ def rate(count, seconds):
     return f"{round(speed, digits):,.0f}"
 
 
-def machine(compiler, flags):
-    """Return a line on the processor, the threads and the floor's compiler."""
+def machine(compiler=None, flags=None):
+    """Return a line on the processor, the threads and the floor's compiler if there is one."""
     model = platform.processor()
     for line in Path("/proc/cpuinfo").read_text().splitlines():
         if line.startswith("model name"):
             model = line.split(":", 1)[1].strip()
             break
-    version = subprocess.run([compiler, "--version"], capture_output=True, text=True, check=True)
-    return (
+    text = (
         f"{model}, {talvorix.check_n_threads(0)} threads; Python {platform.python_version()}, "
-        f"numpy {np.__version__}; floor compiled by {version.stdout.splitlines()[0]} with {flags}"
+        f"numpy {np.__version__}"
     )
+    if compiler is None:
+        return text
+    version = subprocess.run([compiler, "--version"], capture_output=True, text=True, check=True)
+    return f"{text}; floor compiled by {version.stdout.splitlines()[0]} with {flags}"
 
 
 def parse_arguments(script, description, sizes, composites=True, peers=True):

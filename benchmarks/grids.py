@@ -8,11 +8,10 @@ Everything is measured in this one run; README.md says what each table shows.
 import ctypes
 import sys
 import tempfile
-import time
 
 import numpy as np
 import talvorix
-from common import compile_library, finish, machine, parse_arguments, table
+from common import best_of, compile_library, finish, machine, parse_arguments, table
 from threadpoolctl import threadpool_limits
 
 CELL = np.array([20.0, 25.0, 10.0])
@@ -24,28 +23,6 @@ N_ROTATIONS = 400_000  # 20 times the default, so that the time is that of the s
 FAST = ("-ffast-math", "-fopenmp-simd")  # without it no loop over minima becomes vector code
 POINTS_AT_A_TIME = 512  # in numpy's product: the projections then stay in a cache
 TOLERANCE = 1e-9  # of the extent
-
-
-def elapsed(work):
-    """Return the seconds that a call took, and its result."""
-    start = time.perf_counter()
-    result = work()
-    return time.perf_counter() - start, result
-
-
-def best_of(repeats, works):
-    """Time calls in turn and return the best seconds of each and the last results.
-
-    Results of one turn are gone before the next: memory is fresh each time. Taking turns lets a
-    busy moment of the machine touch all alike.
-    """
-    best, results = dict.fromkeys(works, np.inf), {}
-    for _ in range(repeats):
-        for name, work in works.items():
-            results.pop(name, None)
-            seconds, results[name] = elapsed(work)
-            best[name] = min(best[name], seconds)
-    return best, results
 
 
 def fill(count):

@@ -10,8 +10,7 @@
 
 namespace talvorix {
 
-MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& points, int n_threads)
-    : sill_(computer(Vector3::Zero())) {
+MappedModel::MappedModel(const CovarianceComputer& computer) : sill_(computer(Vector3::Zero())) {
   for (const auto& structure : computer.structures()) {
     const auto known = std::find(spaces_.begin(), spaces_.end(), structure.matrix);
     const auto space = static_cast<std::size_t>(known - spaces_.begin());
@@ -28,13 +27,23 @@ MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& po
   if (nuggets != terms_.begin()) {
     std::for_each(nuggets, terms_.end(), [this](Term& term) { find_witness(term); });
   }
+}
+
+MappedModel::MappedModel(const CovarianceComputer& computer, const Locations& points, int n_threads)
+    : MappedModel(computer) {
   if (!points.empty() && points.front().allFinite()) {
     centre_ = points.front();
   }
   records_.resize(record_size() * points.size());
   parallel_for(points.size(), n_threads, [&](Worker&, std::size_t i) {
-    map(points[i], records_.data() + i * record_size());
+    map(points[i] - centre_, records_.data() + i * record_size());
   });
+}
+
+MappedModel MappedModel::borrowing(const CovarianceComputer& computer, const Locations& points) {
+  MappedModel model(computer);
+  model.borrowed_ = &points;
+  return model;
 }
 
 void MappedModel::find_witness(Term& nugget) const {
@@ -49,10 +58,22 @@ void MappedModel::find_witness(Term& nugget) const {
   }
 }
 
-void MappedModel::map(const Vector3& point, double* record) const {
-  const Vector3 offset = point - centre_;
-  for (std::size_t space = 0; space < spaces_.size(); ++space) {
-    Eigen::Map<Vector3>(record + 3 * space) = spaces_[space] * offset;
+void MappedModel::map(const Vector3& offset, double* record) const {
+  for (const Matrix3& space : spaces_) {
+    for (Eigen::Index axis = 0; axis < 3; ++axis) {
+      *record++ = mapped(space, axis, offset.x(), offset.y(), offset.z());
+    }
+  }
+}
+
+void GatheredPoints::use(const MappedModel& model) {
+  model_ = &model;
+  size_ = 0;
+  centre_ = model.centre_;
+  smallest_.assign(model.spaces_.size(), 0.0);
+  target_.assign(model.record_size(), 0.0);
+  if (coordinates_.size() < model.record_size() * capacity_) {
+    coordinates_.assign(model.record_size() * capacity_, 0.0);
   }
 }
 
@@ -61,12 +82,27 @@ void GatheredPoints::reserve(std::size_t n_points) {
   const std::size_t needed = n_points + Kernel::padding;
   if (needed > capacity_) {
     capacity_ = 2 * needed;
+    offsets_.assign(3 * capacity_, 0.0);
     coordinates_.assign(model_->record_size() * capacity_, 0.0);
-    target_.assign(model_->record_size(), 0.0);
     // A piece of pairs is full once it holds a few hundred, but never cuts a column.
     const std::size_t longest_piece = capacity_ + 1024;
     lags_.assign(longest_piece, 0.0);
     sums_.assign(longest_piece, 0.0);
+  }
+}
+
+void GatheredPoints::map_offsets() {
+  const double* x = offsets_.data();
+  const double* y = x + capacity_;
+  const double* z = y + capacity_;
+  for (std::size_t space = 0; space < model_->spaces_.size(); ++space) {
+    const Matrix3& matrix = model_->spaces_[space];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      double* out = column(space, axis);
+      for (std::size_t k = 0; k < size_; ++k) {
+        out[k] = MappedModel::mapped(matrix, static_cast<Eigen::Index>(axis), x[k], y[k], z[k]);
+      }
+    }
   }
 }
 
@@ -90,11 +126,14 @@ double GatheredPoints::squared_distances(std::size_t space, const double* from, 
 }
 
 const double* GatheredPoints::covariances_with(const Vector3& location) {
-  model_->map(location, target_.data());
+  model_->map(location - centre_, target_.data());
   return covariances_with_record(target_.data());
 }
 
 const double* GatheredPoints::covariances_with_point(std::size_t point) {
+  if (model_->borrowed_ != nullptr) {
+    return covariances_with((*model_->borrowed_)[point]);
+  }
   return covariances_with_record(model_->records_.data() + point * model_->record_size());
 }
 

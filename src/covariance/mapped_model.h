@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/multiply_add.h"
 #include "covariance/covariance_computer.h"
 
 #include <algorithm>
@@ -16,6 +17,10 @@ namespace talvorix {
 class MappedModel {
  public:
   MappedModel(const CovarianceComputer& computer, const Locations& points, int n_threads);
+  // The points are borrowed, and mapped only when they are gathered. For many models of the same
+  // points, which would not fit into memory once for each: to map a few anew costs a few hundredths
+  // of making a system of them, and no more than to fetch them from far apart.
+  static MappedModel borrowing(const CovarianceComputer& computer, const Locations& points);
 
   // The covariance at lag zero.
   double sill() const { return sill_; }
@@ -33,17 +38,24 @@ class MappedModel {
     std::size_t witness = 0;
   };
 
+  explicit MappedModel(const CovarianceComputer& computer);
   void find_witness(Term& nugget) const;
 
   std::size_t record_size() const { return 3 * spaces_.size(); }
-  void map(const Vector3& point, double* record) const;
+  // One coordinate of an offset in a space. Spelt out so that points at the same place come to be
+  // at the same place, whichever loop maps them.
+  static double mapped(const Matrix3& space, Eigen::Index axis, double x, double y, double z) {
+    return multiply_add(space(axis, 2), z, multiply_add(space(axis, 1), y, space(axis, 0) * x));
+  }
+  void map(const Vector3& offset, double* record) const;
 
   std::vector<Matrix3> spaces_;
   std::vector<Term> terms_;
   // Mapped coordinates are differences from here, which keeps the digits of points that are far
   // from the origin and close to each other.
   Vector3 centre_ = Vector3::Zero();
-  std::vector<double> records_;  // for each point x, y, z in each space
+  std::vector<double> records_;          // for each point x, y, z in each space
+  const Locations* borrowed_ = nullptr;  // the points instead, when they are not mapped beforehand
   double sill_;
 };
 
@@ -51,8 +63,10 @@ class MappedModel {
 // each worker; nothing is allocated once it has grown to the largest number of points.
 class GatheredPoints {
  public:
-  explicit GatheredPoints(const MappedModel& model)
-      : model_(&model), smallest_(model.spaces_.size(), 0.0) {}
+  explicit GatheredPoints(const MappedModel& model) { use(model); }
+
+  // From now on gathers the points of this model; those gathered before are gone.
+  void use(const MappedModel& model);
 
   // Takes any list of positions among the model's points.
   template <class Positions>
@@ -80,6 +94,7 @@ class GatheredPoints {
     return coordinates_.data() + (3 * space + axis) * capacity_;
   }
   void reserve(std::size_t n_points);
+  void map_offsets();
   const double* covariances_with_record(const double* record);
   // Squared distances from a point of a space to the gathered points first to size() - 1. Whole
   // lanes are written, into the padding of out. Returns the smallest one.
@@ -90,9 +105,11 @@ class GatheredPoints {
   template <class FillLags>
   double sum_terms(std::size_t count, FillLags&& fill_lags);
 
-  const MappedModel* model_;
+  const MappedModel* model_ = nullptr;
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
+  Vector3 centre_ = Vector3::Zero();  // that the coordinates are differences from
+  std::vector<double> offsets_;       // of borrowed points from the centre: x, y, z
   std::vector<double> coordinates_;
   std::vector<double> target_;
   std::vector<double> lags_;
@@ -105,10 +122,25 @@ void GatheredPoints::gather(const Positions& points) {
   reserve(points.size());
   size_ = points.size();
   const std::size_t record_size = model_->record_size();
-  for (std::size_t k = 0; k < size_; ++k) {
-    const double* record = model_->records_.data() + points[k] * record_size;
-    for (std::size_t c = 0; c < record_size; ++c) {
-      coordinates_[c * capacity_ + k] = record[c];
+  if (model_->borrowed_ != nullptr) {
+    if (size_ > 0) {
+      // Not the target, so that the same points always get the same coordinates.
+      centre_ = (*model_->borrowed_)[points[0]];
+    }
+    for (std::size_t k = 0; k < size_; ++k) {
+      const Vector3& point = (*model_->borrowed_)[points[k]];
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        const auto i = static_cast<Eigen::Index>(axis);
+        offsets_[axis * capacity_ + k] = point[i] - centre_[i];
+      }
+    }
+    map_offsets();
+  } else {
+    for (std::size_t k = 0; k < size_; ++k) {
+      const double* record = model_->records_.data() + points[k] * record_size;
+      for (std::size_t c = 0; c < record_size; ++c) {
+        coordinates_[c * capacity_ + k] = record[c];
+      }
     }
   }
   // What stands in the padding is computed with, but is no point: it must not look like one.

@@ -51,12 +51,21 @@ class KrigingSolver {
   KrigingSolver(const System& system, const MappedModel& model, const Locations& data_locs,
                 const std::vector<double>& data, Worker& worker)
       : system_(system),
-        model_(model),
+        model_(&model),
         data_locs_(data_locs),
         data_(data),
         worker_(worker),
         points_(model),
         poll_([&worker] { worker.poll(); }) {}
+
+  // From now on solves with this model, which must be of the same data.
+  void use(const MappedModel& model) {
+    if (model_ != &model) {
+      model_ = &model;
+      points_.use(model);
+      is_factored_ = false;
+    }
+  }
 
   Estimate solve(const std::vector<std::size_t>& neighbors, const Vector3& target) {
     if (!is_factored_ || neighbors != factored_) {
@@ -83,7 +92,7 @@ class KrigingSolver {
     for (Eigen::Index i = 0; i < n; ++i) {
       estimate += weights[i] * data_[used_[static_cast<std::size_t>(i)]];
     }
-    const double variance = model_.sill() - weights.dot(right_side);
+    const double variance = model_->sill() - weights.dot(right_side);
     return {estimate, variance <= 1e-10 ? 1e-10 : variance};
   }
 
@@ -107,7 +116,7 @@ class KrigingSolver {
     const bool may_coincide = points_.pair_covariances(
         [&](std::size_t j, const double* column) {
           double* A = solver_.column(static_cast<Eigen::Index>(j)) + j;
-          A[0] = model_.sill();
+          A[0] = model_->sill();
           std::copy_n(column, used_.size() - (j + 1), A + 1);
         },
         [&] { worker_.poll(); });
@@ -132,7 +141,7 @@ class KrigingSolver {
   }
 
   const System& system_;
-  const MappedModel& model_;
+  const MappedModel* model_;
   const Locations& data_locs_;
   const std::vector<double>& data_;
   Worker& worker_;

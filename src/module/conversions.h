@@ -2,6 +2,7 @@
 
 #include "core/geometry.h"
 #include "core/interrupt.h"
+#include "spatial/ellipsoid.h"
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -109,5 +110,8 @@ struct type_caster<std::vector<bool>> {
 
 template <>
 struct type_caster<std::vector<talvorix::Matrix3>> : polled_list_caster<talvorix::Matrix3> {};
+
+template <>
+struct type_caster<std::vector<talvorix::Ellipsoid>> : polled_list_caster<talvorix::Ellipsoid> {};
 
 }  // namespace pybind11::detail

@@ -24,10 +24,6 @@
 
 namespace py = pybind11;
 
-template <>
-struct pybind11::detail::type_caster<std::vector<talvorix::Ellipsoid>>
-    : polled_list_caster<talvorix::Ellipsoid> {};
-
 namespace talvorix::python {
 
 namespace {

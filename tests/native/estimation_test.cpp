@@ -1,3 +1,5 @@
+#include "estimation/ensemble_ellipsoid.h"
+#include "estimation/ensemble_estimation.h"
 #include "estimation/symmetric_solver.h"
 
 #include <gtest/gtest.h>
@@ -110,6 +112,49 @@ TEST(SymmetricSolver, CanBeStoppedBetweenColumnsAndUsedAgain) {
     const MatrixXd next = kriging_matrix(n);
     const VectorXd b = right_hand_side(n);
     EXPECT_LT((next * solution(solver, next, b) - b).norm(), 1e-11 * b.norm());
+  }
+}
+
+Locations random_locations(std::size_t n, double side, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> uniform(0.0, side);
+  Locations locations(n);
+  for (Vector3& location : locations) {
+    location = Vector3::NullaryExpr([&] { return uniform(rng); });
+  }
+  return locations;
+}
+
+TEST(Ensembles, AreTheSameOnAnyNumberOfThreads) {
+  const Locations data_locs = random_locations(300, 10.0, 1);
+  const Locations targets = random_locations(2000, 10.0, 2);
+  const Locations centers = random_locations(15, 10.0, 3);
+  std::vector<double> data;
+  for (const Vector3& x : data_locs) {
+    data.push_back(std::sin(x.x()) + std::cos(x.y() + x.z()));
+  }
+  std::vector<Ellipsoid> ellipsoids;
+  std::vector<CovarianceModel> models;
+  for (const Vector3& x : centers) {
+    ellipsoids.emplace_back(4.0 + x.x(), 3.0 + x.y(), 2.0, 10.0 * x.z(), x.y(), x.z());
+    models.push_back({Covariance::of_type(Covariance::Type::exponential, 1.0, ellipsoids.back())});
+  }
+  const std::vector<double> ones(centers.size(), 1.0);
+  const LocalCovariances local(centers, models, ones);
+  const Neighborhood neighborhood(data_locs);
+  const auto run = [&](int n_threads) {
+    std::vector<double> result = ensemble_estimation({targets, neighborhood, data_locs, data},
+                                                     local, {Ellipsoid(), 4}, {12}, n_threads);
+    for (const Ellipsoid& blend :
+         ensemble_local_ellipsoids(targets, {centers, ellipsoids, ones}, {6}, 0.01, n_threads)) {
+      result.insert(result.end(), blend.matrix().data(), blend.matrix().data() + 9);
+    }
+    return result;
+  };
+  const std::vector<double> one = run(1);
+  EXPECT_TRUE(std::all_of(one.begin(), one.end(), [](double e) { return std::isfinite(e); }));
+  for (const int n_threads : {2, 3, 4}) {
+    EXPECT_EQ(run(n_threads), one) << n_threads << " threads";
   }
 }
 

@@ -107,6 +107,9 @@ LONG_CALLS = {
     "distances of clusters": "t.merge_clusters(many, [0, 1] * (len(many) // 2), 0)",
     "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
     "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
+    "an ensemble of models": "t.ensemble_estimation(many, X, z, local, e, 60, 1, 0, -1, 2, 0.9)",
+    "an ensemble of ellipsoids": "t.ensemble_ellipsoid(range(50_000), [e] * 50_000)",
+    "ellipsoids at targets": "t.ensemble_local_ellipsoids(many, X, [e] * len(X), z, 90, 1, -1)",
     "a function in parallel": "t.covariance_computer(covs * 2000).simulate(many)",
     "folds": "t.create_folds(many, many[:, 0], 1e-9, 0, 2**31 - 1)",
     "a validation": "t.kfold_cross_validation_using_idw(X, z, covs, 9)",
@@ -138,6 +141,7 @@ slow = t.CovarianceErrorFunction.Custom(lambda model, n_threads: time.sleep(0.02
 slow_elsewhere = t.CovarianceErrorFunction.Custom(
     lambda model, n_threads: time.sleep(0.3 * (threading.get_ident() != here)) or 1.0
 )
+local = t.LocalCovariances(X, [covs] * len(X), z)
 print("ready", flush=True)
 try:
     {call}
@@ -218,6 +222,7 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.Distribution).simulate(3),
         lambda: talvorix.gaussian_distribution()(raw(talvorix.RNG)),
         lambda: raw(talvorix.CDF).min(),
+        lambda: raw(talvorix.LocalCovariances).errors,
         lambda: raw(talvorix.Estimator)([], talvorix.Neighborhood([]), [], []),
         lambda: talvorix.BlockModel(raw(talvorix.CartesianGrid), []),
         lambda: raw(talvorix.BlockModel).locations(),
