@@ -1028,8 +1028,8 @@ class NScore:
     def forward(self, z: _Values, n_threads: _Integer = 0) -> list[float]: ...
 
 class Estimator:
-    """A method of estimation with its parameters bound, made by `IDW`, `SimpleKriging` or
-    `OrdinaryKriging`.
+    """A method of estimation with its parameters bound, made by `IDW`, `SimpleKriging`,
+    `OrdinaryKriging` or `EnsembleEstimation`.
     """
 
     def __init__(self, no_constructor: Never, /) -> None: ...
@@ -1056,13 +1056,49 @@ class Estimator:
         Returns
         -------
         list of float
-            One estimate for each target: NaN where no datum was found, the datum where one was.
+            One estimate for each target: NaN where no datum was found and, except with
+            `EnsembleEstimation`, the datum where one was.
 
         Raises
         ------
         ValueError
             When `data_locs`, `data`, the neighborhood and the estimator's `dhids` are not equally many.
         """
+
+class LocalCovariances:
+    """Covariance models of local areas, and how well each predicts the data there."""
+
+    def __init__(
+        self, centers: _Locations, covariances: Sequence[Sequence[Covariance]], errors: _Values
+    ) -> None:
+        """Keep three lists of one entry for each local area.
+
+        Parameters
+        ----------
+        centers : list of numpy.ndarray, or array of shape (n, 3)
+            The middle of each area.
+        covariances : list of list of Covariance
+            The model of each.
+        errors : list of float, or array of shape (n,)
+            The cross-validation error of each: the smaller, the more a model is trusted.
+
+        Raises
+        ------
+        ValueError
+            When the lists are not equally long.
+        """
+
+    @property
+    def centers(self) -> list[NDArray[np.float64]]:
+        """The middle of each area."""
+
+    @property
+    def covariances(self) -> list[list[Covariance]]:
+        """The model of each area."""
+
+    @property
+    def errors(self) -> list[float]:
+        """The cross-validation error of each model."""
 
 class ExperimentalVariogram:
     """Semivariances by direction and lag.
@@ -1362,6 +1398,40 @@ def Direction(azimuth: _Real, dip: _Real) -> NDArray[np.float64]:
     -------
     numpy.ndarray, shape (3, 1)
         (cos dip sin azimuth, cos dip cos azimuth, sin dip).
+    """
+
+def EnsembleEstimation(
+    local_covs: LocalCovariances,
+    ellipsoid_search: Ellipsoid,
+    max_neighbors: _Integer,
+    max_distance: _Real,
+    max_cov_neis: _Integer,
+    max_neis_octant: _Integer,
+    power_a: _Real,
+    max_weight: _Real,
+    run_normalization: bool = True,
+    use_sk: bool = False,
+    sk_mean: _Real = 0.0,
+    dhids: _Integers = [],
+    max_neis_by_dhid: _Integer = -1,
+) -> Estimator:
+    """Bind the parameters of ensemble estimation.
+
+    Parameters
+    ----------
+    local_covs, max_distance, max_cov_neis, max_neis_octant, power_a, max_weight
+        As for `ensemble_estimation`.
+    ellipsoid_search : Ellipsoid
+        The metric in which the nearest centres are found. Data are found by the neighborhood that the
+        estimator is called with.
+    max_neighbors : int
+        The `max_size` of `ensemble_estimation`.
+    run_normalization, use_sk, sk_mean, dhids, max_neis_by_dhid
+        As for `ensemble_estimation`.
+
+    Returns
+    -------
+    Estimator
     """
 
 @overload
@@ -1911,6 +1981,198 @@ def data_distribution(data: _Values, weight: _Values = []) -> Distribution:
         When there are fewer than 2 data, or when data that are not ascending have weights of another
         number. Beside ascending data a list of another length is used as it is: what reaches beyond
         the last datum draws that one.
+    """
+
+def ensemble_ellipsoid(w: _Values, ellipsoids: Sequence[Ellipsoid]) -> Ellipsoid:
+    """Blend ellipsoids.
+
+    Parameters
+    ----------
+    w : list of float, or array of shape (n,)
+        Weights, as for `ensemble_model`.
+    ellipsoids : list of Ellipsoid
+
+    Returns
+    -------
+    Ellipsoid
+        What `ensemble_model` makes of their ranges and angles.
+
+    Raises
+    ------
+    ValueError
+        When the lists are not equally long, or empty.
+    """
+
+def ensemble_estimation(
+    target_locs: _Locations,
+    data_locs: _Locations,
+    data: _Values,
+    local_covs: LocalCovariances,
+    search_ellipsoid: Ellipsoid,
+    max_size: _Integer,
+    max_distance: _Real,
+    max_cov_neis: _Integer,
+    max_neis_octant: _Integer,
+    power_a: _Real,
+    max_weight: _Real,
+    n_threads: _Integer = 0,
+    run_normalization: bool = True,
+    data_nei: Neighborhood | None = None,
+    use_sk: bool = False,
+    sk_mean: _Real = 0.0,
+    dhids: _Integers = [],
+    max_neis_by_dhid: _Integer = -1,
+) -> list[float]:
+    """Estimate a value at every target by kriging with every local model near it, and blend the results.
+
+    A model whose centre is at the distance d from the target counts with the weight
+    1 / (d * error)^power_a, where error is its cross-validation error.
+
+    Parameters
+    ----------
+    target_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data_locs : list of numpy.ndarray, or array of shape (m, 3)
+    data : list of float, or array of shape (m,)
+    local_covs : LocalCovariances
+        The local models. Without any, all estimates are NaN.
+    search_ellipsoid : Ellipsoid
+        The metric in which the nearest centres are found, and the nearest data too when there is no
+        `data_nei`.
+    max_size : int
+        The search takes the nearest so many data, however far they are. At or below 0 it takes all
+        within `max_distance` instead.
+    max_distance : float
+        Radius of that search, in units of the search ellipsoid; the sign is ignored. It has no effect
+        when `max_size` is positive.
+    max_cov_neis : int
+        By how many of the nearest local models a target is kriged; below 1 by all.
+    max_neis_octant : int
+        Of the data found, keep at most so many an octant of the offset from the target; at or below 0
+        all.
+    power_a : float
+        The common powers 1, 2 and 3 are taken when this is within a millionth of them.
+    max_weight : float
+        Share of the estimate that models centred at the very target, and those of error 0, have when
+        there are others.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+    run_normalization : bool, default True
+        Krige the data less their mean in standard deviations; constant data then give NaN. Estimates
+        are in the units of `data` either way.
+    data_nei : Neighborhood, optional
+        The search structure over `data_locs`; by default one with `search_ellipsoid`.
+    use_sk : bool, default False
+        Simple kriging instead of ordinary kriging.
+    sk_mean : float, default 0
+        The known mean of what simple kriging is given: with `run_normalization` in standard deviations
+        from the mean of the data.
+    dhids : list of int, default []
+        Drillhole of each datum.
+    max_neis_by_dhid : int, default -1
+        Of what is left then, keep at most so many a drillhole; at or below 0 all.
+
+    Returns
+    -------
+    list of float
+        One estimate for each target. NaN where no datum was found, and where the weights of the models
+        add up to no more than 1e-10, as high powers of long distances do. One datum is kriged like
+        several. In ordinary kriging the estimate includes the Lagrange multiplier as an added term, as
+        in `compute_ordinary_kriging`.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs`, `data`, `dhids` and `data_nei` are not equally many, or a location of a datum
+        or a centre is not finite.
+
+    References
+    ----------
+    Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
+    chapter 3, for the kriging. Shepard, D. (1968). A two-dimensional interpolation function for
+    irregularly-spaced data. Proceedings of the 23rd ACM National Conference, 517-524, for the weights.
+    """
+
+def ensemble_local_ellipsoids(
+    target_locs: _Locations,
+    ellipsoid_locs: _Locations,
+    ellipsoids: Sequence[Ellipsoid],
+    ellipsoid_weights: _Values,
+    n_neis: _Integer,
+    max_radius: _Real,
+    max_neis_octant: _Integer,
+    eps: _Real = 0.01,
+    n_threads: _Integer = 0,
+    dhids: _Integers = [],
+    max_neis_by_dhid: _Integer = -1,
+) -> list[Ellipsoid]:
+    """Blend at every target the ellipsoids near it.
+
+    An ellipsoid at the distance d has the weight of its place divided by d^3 + `eps`.
+
+    Parameters
+    ----------
+    target_locs : list of numpy.ndarray, or array of shape (n, 3)
+    ellipsoid_locs : list of numpy.ndarray, or array of shape (m, 3)
+        Where the ellipsoids are.
+    ellipsoids : list of Ellipsoid
+    ellipsoid_weights : list of float, or array of shape (m,)
+    n_neis : int
+        The search takes the nearest so many, however far they are; distances are Euclidean. At or below
+        0 it takes all within `max_radius` instead.
+    max_radius : float
+        Radius of that search; the sign is ignored. It has no effect when `n_neis` is positive.
+    max_neis_octant : int
+        Of those found, keep at most so many an octant of the offset from the target; at or below 0 all.
+    eps : float, default 0.01
+        In cubed units of length. With 0 an ellipsoid at the very target makes the blend NaN.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+    dhids : list of int, default []
+        Drillhole of each ellipsoid.
+    max_neis_by_dhid : int, default -1
+        Of what is left then, keep at most so many a drillhole; at or below 0 all.
+
+    Returns
+    -------
+    list of Ellipsoid
+        For each target what `ensemble_ellipsoid` makes of the weights, which are made to add up to 1;
+        `Ellipsoid(1, 1, 1, 0, 0, 0)` where none was found.
+
+    Raises
+    ------
+    ValueError
+        When `ellipsoid_locs`, `ellipsoids`, `ellipsoid_weights` and `dhids` are not equally many, or a
+        location of an ellipsoid is not finite.
+    """
+
+def ensemble_model(
+    w: _Values, r1: _Values, r2: _Values, r3: _Values, azimuth: _Values, dip: _Values, rake: _Values
+) -> Ellipsoid:
+    """Blend ellipsoids given by their ranges and angles.
+
+    The heaviest comes first, then one after the other the one whose axes, renamed and reversed as may
+    be, come closest to the blend so far. Axes with their ranges are averaged, so that ranges blend
+    linearly.
+
+    Parameters
+    ----------
+    w : list of float, or array of shape (n,)
+        Weights. The ellipsoids are sorted by them from the heaviest on; the one at place k of that
+        order then counts with `w[k]`, which is its own weight only when `w` descends.
+    r1, r2, r3 : list of float, or array of shape (n,)
+        Ranges.
+    azimuth, dip, rake : list of float, or array of shape (n,)
+        Angles in degrees.
+
+    Returns
+    -------
+    Ellipsoid
+        For a single entry, the ellipsoid of its ranges plus 1e-6.
+
+    Raises
+    ------
+    ValueError
+        When the lists are not equally long, or empty.
     """
 
 def exponential_distribution(__lambda: _Real) -> Distribution:
