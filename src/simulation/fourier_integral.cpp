@@ -5,6 +5,7 @@
 #include "core/random.h"
 #include "core/vector_cosine.h"
 #include "covariance/kernel_table.h"
+#include "simulation/covered_locations.h"
 #include "simulation/fft_array.h"
 #include "simulation/fft_threads.h"
 #include "simulation/nugget_simulator.h"
@@ -19,7 +20,6 @@
 #include <memory>
 #include <mutex>
 #include <numbers>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -228,9 +228,7 @@ namespace talvorix {
 SpatialFunction create_fim_simulator(const Locations& locs, const Covariance& cov,
                                      std::int64_t seed, const LatticeCounts& counts,
                                      int n_threads) {
-  if (locs.empty()) {
-    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
-  }
+  require_covered(locs);
   return SpatialFunction(
       std::make_shared<fft::FimCovSimulation>(locs, cov, seed, counts, n_threads));
 }
@@ -238,9 +236,7 @@ SpatialFunction create_fim_simulator(const Locations& locs, const Covariance& co
 SpatialFunction create_fim_simulator(const Locations& locs, const CovarianceModel& covs,
                                      std::int64_t seed, const LatticeCounts& counts,
                                      int n_threads) {
-  if (locs.empty()) {
-    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
-  }
+  require_covered(locs);
   RandomEngine rng = seeded_engine(seed);
   std::vector<SpatialFunction> parts;
   for (const Covariance& cov : covs) {

@@ -2,6 +2,7 @@
 
 #include "core/parallel.h"
 #include "core/random.h"
+#include "simulation/covered_locations.h"
 #include "simulation/nugget_simulator.h"
 #include "simulation/sum_simulator.h"
 #include "simulation/turning_bands.h"
@@ -122,9 +123,7 @@ Covariance standard_copy(const Covariance& cov) {
 template <class MakeBase>
 SimulatorGenerator turning_generator(const Locations& locs, const Covariance& cov, int n_threads,
                                      int n_base_simulation_points, MakeBase&& make_base) {
-  if (locs.empty()) {
-    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
-  }
+  require_covered(locs);
   if (cov.type == Covariance::Type::nugget) {
     return nugget_generator(cov.sill);
   }

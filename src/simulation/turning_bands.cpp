@@ -3,8 +3,10 @@
 #include "core/arguments.h"
 #include "core/interrupt.h"
 #include "core/random.h"
+#include "core/truncation.h"
 #include "core/vector_cosine.h"
 #include "distributions/samplers.h"
+#include "simulation/covered_locations.h"
 #include "simulation/nugget_simulator.h"
 #include "simulation/sum_simulator.h"
 #include "spatial/point_columns.h"
@@ -222,12 +224,6 @@ GaussianLine gaussian_line(const Vector3& v, std::int64_t seed) {
   return {v * frequency, phase};
 }
 
-std::int32_t truncated_to_int(double value) {
-  constexpr double least = std::numeric_limits<std::int32_t>::min();
-  constexpr double most = std::numeric_limits<std::int32_t>::max();
-  return std::isnan(value) ? 0 : static_cast<std::int32_t>(std::clamp(value, least, most));
-}
-
 // A line, or the seed of the white noise that stands for one that would be too long.
 struct CellLineOrNoise {
   std::unique_ptr<CellLine> line;
@@ -325,17 +321,11 @@ class FieldBuilder {
   std::vector<SpatialFunction> parts_;
 };
 
-void require_locations(const Locations& locs) {
-  if (locs.empty()) {
-    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
-  }
-}
-
 }  // namespace
 
 SpatialFunction create_tbsim_simulator(const Locations& locs, const Covariance& cov,
                                        std::int64_t seed, int n) {
-  require_locations(locs);
+  require_covered(locs);
   if (n < 1) {
     throw std::invalid_argument("n is " + std::to_string(n) + "; there must be at least one line");
   }
@@ -370,7 +360,7 @@ SpatialFunction create_tbsim_simulator(const Locations& locs, const Covariance& 
 
 SpatialFunction create_tbsim_simulator(const Locations& locs, const CovarianceModel& covs,
                                        std::int64_t seed, int n) {
-  require_locations(locs);
+  require_covered(locs);
   RandomEngine rng = seeded_engine(seed);
   std::vector<SpatialFunction> parts;
   for (const Covariance& cov : covs) {

@@ -3,6 +3,7 @@
 #include "core/interrupt.h"
 #include "core/large_pages.h"
 #include "core/multiply_add.h"
+#include "core/truncation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -61,12 +62,6 @@ Vector3 cell_diagonal(const Matrix3& to_real, const Vector3& normalised_cell) {
     }
   }
   return sum;
-}
-
-std::int64_t truncated_to_int(double value) {
-  constexpr double least = std::numeric_limits<std::int32_t>::min();
-  constexpr double most = std::numeric_limits<std::int32_t>::max();
-  return std::isnan(value) ? 0 : static_cast<std::int64_t>(std::clamp(value, least, most));
 }
 
 // Location of a cell in two steps, the first of which a run along the third axis shares. A cell

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "core/geometry.h"
+
+#include <stdexcept>
+
+namespace talvorix {
+
+// Throws std::invalid_argument when a simulator is given no locations to cover.
+inline void require_covered(const Locations& locs) {
+  if (locs.empty()) {
+    throw std::invalid_argument("the list of locations that the simulator is to cover is empty");
+  }
+}
+
+}  // namespace talvorix
