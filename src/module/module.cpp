@@ -95,8 +95,12 @@ void register_families(py::module_& m) {
   register_spatial_module(m);
   register_covariance_module(m);
   register_grid_module(m);
+  register_simulation_module(m);
+  register_fim_module(m);
+  register_tbsim_module(m);
   register_distribution_module(m);
   register_estimation_module(m);
+  register_conditioning(m);
   register_variogram_module(m);
   register_kfold_module(m);
   register_optimization_module(m);

@@ -10,8 +10,13 @@ namespace talvorix::python {
 void register_spatial_module(pybind11::module_& m);
 void register_covariance_module(pybind11::module_& m);
 void register_grid_module(pybind11::module_& m);
+void register_simulation_module(pybind11::module_& m);
+void register_fim_module(pybind11::module_& m);
+void register_tbsim_module(pybind11::module_& m);
 void register_distribution_module(pybind11::module_& m);
 void register_estimation_module(pybind11::module_& m);
+// What of simulation names the types of estimation.
+void register_conditioning(pybind11::module_& m);
 void register_variogram_module(pybind11::module_& m);
 void register_kfold_module(pybind11::module_& m);
 void register_optimization_module(pybind11::module_& m);

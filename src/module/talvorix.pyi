@@ -679,6 +679,265 @@ class BlockModel:
     def number_of_cells(self) -> tuple[int, int, int]:
         """Counts of the grid along its three axes, a tuple (nx, ny, nz)."""
 
+class SimulatorFactory:
+    """A method of simulation with its parameters bound, which makes a field of any covariance model."""
+
+    def __init__(self, no_constructor: Never, /) -> None: ...
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations, nx: _Integer, ny: _Integer, nz: _Integer, n_threads: _Integer = 0
+    ) -> SimulatorFactory:
+        """Bind the parameters of `FIM`.
+
+        Parameters
+        ----------
+        corners, nx, ny, nz, n, n_threads
+            As for `FIM`.
+
+        Returns
+        -------
+        SimulatorFactory
+
+        Raises
+        ------
+        ValueError
+            When `corners` is empty.
+        """
+
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations, n: _Integer = 128, n_threads: _Integer = 0
+    ) -> SimulatorFactory: ...
+    @staticmethod
+    def TBSIM(corners: _Locations, n: _Integer = 600) -> SimulatorFactory:
+        """Bind the parameters of `TBSIM`.
+
+        Parameters
+        ----------
+        corners, n
+            As for `TBSIM`.
+
+        Returns
+        -------
+        SimulatorFactory
+
+        Raises
+        ------
+        ValueError
+            When `corners` is empty or `n` is below 1.
+        """
+
+    def __call__(self, cov: Sequence[Covariance], seed: _Integer) -> SpatialFunction:
+        """Make the field of a model.
+
+        Parameters
+        ----------
+        cov : list of Covariance
+            The covariance model.
+        seed : int
+            Taken modulo 2^32.
+
+        Returns
+        -------
+        SpatialFunction
+            What `FIM` or `TBSIM` makes of the model and the seed.
+        """
+
+class SimulatorGenerator:
+    """Makes one field after the other, each out of a seed.
+
+    `FIM` and `TBSIM` simulate one field for each structure, in units of its ranges, on a lattice, and
+    turn it at random for every seed; `Pool` mixes given fields; `Ensemble` blends fields of local
+    models.
+    """
+
+    def __init__(self, no_constructor: Never, /) -> None: ...
+    @staticmethod
+    def Ensemble(
+        local_covs: LocalCovariances,
+        sim_factory: SimulatorFactory,
+        max_weight: _Real,
+        power_a: _Real,
+        seed: _Integer,
+    ) -> SimulatorGenerator:
+        """Make fields with covariance models that differ from place to place.
+
+        Parameters
+        ----------
+        local_covs, max_weight, power_a
+            As for `unconditional_ensemble_simulation`.
+        sim_factory : SimulatorFactory
+            Makes the field of each model.
+        seed : int
+            Has no effect: the seed that the generator is called with draws those of the fields.
+
+        Returns
+        -------
+        SimulatorGenerator
+            Its fields have at each location the value of `unconditional_ensemble_simulation`.
+        """
+
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations,
+        cov: Covariance,
+        seed: _Integer,
+        nx: _Integer,
+        ny: _Integer,
+        nz: _Integer,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator:
+        """Turn one field of each structure, simulated by the Fourier integral method, at random.
+
+        The field is simulated once, in the space of the structure, and kept on a lattice of
+        `n_base_simulation_points` nodes along each axis. Each seed draws a rotation of that space about the
+        origin of the coordinates. A field that is made then costs nothing but a matrix product and a read
+        for each location; its values change in steps, at the planes between nodes.
+
+        The lattice covers the box of `corners`, made larger so as to hold its rotations, if `corners` are
+        centred on the origin. Where a rotated location falls outside of it all the same, the field is 0.0:
+        subtract the middle of the field from all coordinates first.
+
+        Parameters
+        ----------
+        corners : list of numpy.ndarray, or array of shape (n, 3)
+            Locations whose box is to be covered, in coordinates centred on the field.
+        cov : Covariance
+            The structure; a nugget draws a new value each time it is evaluated, as in `TBSIM`.
+        covs : list of Covariance
+            In the forms for a model. The seeds of its structures are drawn from one.
+        seed : int
+            Of the fields that are turned, taken modulo 2^32.
+        nx, ny, nz : int
+            Nodes along the axes of the lattice of the Fourier integral method.
+        n : int, default 128
+            The three of them in one.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all. Phases depend on it, as in `FIM`.
+        n_base_simulation_points : int, default 100
+            Nodes along each axis of the lattice that is turned; 8 bytes are kept for each.
+
+        Returns
+        -------
+        SimulatorGenerator
+
+        Raises
+        ------
+        ValueError
+            When `corners` is empty or `n_base_simulation_points` is below 1.
+        MemoryError
+            When a lattice does not fit into memory.
+        """
+
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations,
+        cov: Covariance,
+        seed: _Integer,
+        n: _Integer = 128,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator: ...
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations,
+        covs: Sequence[Covariance],
+        seed: _Integer,
+        nx: _Integer,
+        ny: _Integer,
+        nz: _Integer,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator: ...
+    @staticmethod
+    @overload
+    def FIM(
+        corners: _Locations,
+        covs: Sequence[Covariance],
+        seed: _Integer,
+        n: _Integer = 128,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator: ...
+    @staticmethod
+    def Pool(simulators: Sequence[SpatialFunction]) -> SimulatorGenerator:
+        """Mix given fields at random.
+
+        Each seed draws weights whose squares add up to 1, so that a mixture of independent fields of one
+        variance has that variance too. Nothing is simulated anew: fields of a small pool are alike.
+
+        Parameters
+        ----------
+        simulators : list of SpatialFunction
+
+        Returns
+        -------
+        SimulatorGenerator
+        """
+
+    @staticmethod
+    @overload
+    def TBSIM(
+        corners: _Locations,
+        cov: Covariance,
+        seed: _Integer,
+        n: _Integer = 600,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator:
+        """Turn one field of each structure, simulated by turning bands, at random.
+
+        Parameters
+        ----------
+        corners, cov, covs, seed, n_base_simulation_points
+            As for `SimulatorGenerator.FIM`.
+        n : int, default 600
+            Number of lines.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all. The result does not depend on it.
+
+        Returns
+        -------
+        SimulatorGenerator
+
+        Raises
+        ------
+        ValueError
+            When `corners` is empty, or `n` or `n_base_simulation_points` is below 1.
+        MemoryError
+            When the lattice does not fit into memory.
+        """
+
+    @staticmethod
+    @overload
+    def TBSIM(
+        corners: _Locations,
+        covs: Sequence[Covariance],
+        seed: _Integer,
+        n: _Integer = 600,
+        n_threads: _Integer = 0,
+        n_base_simulation_points: _Integer = 100,
+    ) -> SimulatorGenerator: ...
+    def __call__(self, seed: _Integer) -> SpatialFunction:
+        """Make a field.
+
+        Parameters
+        ----------
+        seed : int
+            Taken modulo 2^32. The same seed gives the same field.
+
+        Returns
+        -------
+        SpatialFunction
+            It shares what the generator has simulated.
+        """
+
 class RNG:
     """A random engine that successive draws advance: the 32-bit Mersenne Twister (Matsumoto and Nishimura
     1998) with its standard seeding.
@@ -1435,6 +1694,86 @@ def EnsembleEstimation(
     """
 
 @overload
+def FIM(
+    corners: _Locations,
+    cov: Covariance,
+    seed: _Integer,
+    nx: _Integer,
+    ny: _Integer,
+    nz: _Integer,
+    n_threads: _Integer = 0,
+) -> SpatialFunction:
+    """Simulate a Gaussian field of mean 0 by the Fourier integral method.
+
+    One realisation is drawn at once, on a lattice in the space of the structure that is 1.5 times as
+    long along each axis as the box of `corners` there. The function then looks locations up at the next
+    lower node: its values change in steps. Beyond the lattice its edge goes on.
+
+    The lattice should resolve the ranges and be long beside them: the covariance of a field is that of
+    the structure repeated with the lattice's lengths, and what of it reaches beyond half of them is
+    lost.
+
+    Parameters
+    ----------
+    corners : list of numpy.ndarray, or array of shape (n, 3)
+        Locations whose box is to be covered; its corners are enough.
+    cov : Covariance
+        The structure.
+    covs : list of Covariance
+        In the forms for a model. The field is the sum of one for each structure, with seeds drawn from
+        one; a nugget draws a new value each time it is evaluated, as in `TBSIM`.
+    seed : int
+        Taken modulo 2^32.
+    nx, ny, nz : int
+        Nodes along the axes of the lattice; below 1 they count as 1. An axis along which all `corners`
+        are in one place has 1.
+    n : int, default 128
+        The three of them in one.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. Phases are drawn by every thread for itself, so the field
+        depends on it.
+
+    Returns
+    -------
+    SpatialFunction
+        It keeps 8 bytes for each node. While it is made, it takes three times as much.
+
+    Raises
+    ------
+    ValueError
+        When `corners` is empty.
+    MemoryError
+        When the lattice does not fit into memory.
+
+    References
+    ----------
+    Pardo-Iguzquiza, E. and Chica-Olmo, M. (1993). The Fourier integral method: an efficient spectral
+    method for simulation of random fields. Mathematical Geology 25(2), 177-217.
+    """
+
+@overload
+def FIM(
+    corners: _Locations, cov: Covariance, seed: _Integer, n: _Integer = 128, n_threads: _Integer = 0
+) -> SpatialFunction: ...
+@overload
+def FIM(
+    corners: _Locations,
+    covs: Sequence[Covariance],
+    seed: _Integer,
+    nx: _Integer,
+    ny: _Integer,
+    nz: _Integer,
+    n_threads: _Integer = 0,
+) -> SpatialFunction: ...
+@overload
+def FIM(
+    corners: _Locations,
+    covs: Sequence[Covariance],
+    seed: _Integer,
+    n: _Integer = 128,
+    n_threads: _Integer = 0,
+) -> SpatialFunction: ...
+@overload
 def IDW(
     power_a: _Real = 2,
     max_weight: _Real = 0.9,
@@ -1536,6 +1875,63 @@ def SimpleKriging(
         Gives the estimates without the variances.
     """
 
+@overload
+def TBSIM(
+    corners: _Locations, cov: Covariance, seed: _Integer, n: _Integer = 600
+) -> SpatialFunction:
+    """Simulate a Gaussian field of mean 0 by turning bands.
+
+    The field is the sum of random processes on `n` lines, whose directions are spread over the half
+    sphere. It is known exactly at every location, and costs a few operations a line there.
+
+    Fields of spherical and exponential structures are made for the box of `corners`; elsewhere their
+    values grow without bound. A line that would have more than 10000 cells, because the range is tiny
+    beside the box, gives white noise instead.
+
+    Parameters
+    ----------
+    corners : list of numpy.ndarray, or array of shape (m, 3)
+        Locations whose projections on each line are to be covered. All eight corners of a box cover
+        it; two opposite ones do not.
+    cov : Covariance
+        The structure: gaussian, exponential or spherical. Any other type gives white noise.
+    covs : list of Covariance
+        In the form for a model. The field is the sum of one for each structure, with seeds drawn from
+        one. A nugget is white noise: it draws a new value each time it is evaluated, even at the same
+        location, and its values depend on the number of threads.
+    seed : int
+        Taken modulo 2^32.
+    n : int, default 600
+        Number of lines.
+
+    Returns
+    -------
+    SpatialFunction
+
+    Raises
+    ------
+    ValueError
+        When `corners` is empty or `n` is below 1.
+
+    Notes
+    -----
+    The line of an exponential structure changes its sign from cell to cell with a probability of 5/18
+    instead of 1/2, and a third of the lines have no scale of their own. The covariance of the field
+    therefore differs from that of the structure; its variance is the sill.
+
+    References
+    ----------
+    Matheron, G. (1973). The intrinsic random functions and their applications. Advances in Applied
+    Probability 5(3), 439-468.
+    Emery, X. and Lantuejoul, C. (2006). TBSIM: A computer program for conditional simulation of
+    three-dimensional Gaussian random fields via the turning bands method. Computers & Geosciences
+    32(10), 1615-1628.
+    """
+
+@overload
+def TBSIM(
+    corners: _Locations, covs: Sequence[Covariance], seed: _Integer, n: _Integer = 600
+) -> SpatialFunction: ...
 def cauchy_distribution(a: _Real, b: _Real) -> Distribution:
     """Make a Cauchy distribution, drawn by inversion.
 
@@ -2173,6 +2569,57 @@ def ensemble_model(
     ------
     ValueError
         When the lists are not equally long, or empty.
+    """
+
+def ensemble_simulation(
+    target_locs: _Locations,
+    data_locs: _Locations,
+    data: _Values,
+    local_covs: LocalCovariances,
+    search_ellipsoid: Ellipsoid,
+    simulator_factory: SimulatorFactory,
+    max_size: _Integer,
+    max_distance: _Real,
+    max_cov_neis: _Integer,
+    max_neis_octant: _Integer,
+    power_a: _Real,
+    max_weight: _Real,
+    seed: _Integer,
+    n_threads: _Integer = 0,
+) -> list[float]:
+    """Simulate with covariance models that differ from place to place, conditioned to data.
+
+    To the field of `unconditional_ensemble_simulation` is added what `ensemble_estimation` makes of the
+    data's differences from it. Kriging is of the differences less their mean, in standard deviations.
+    Ordinary kriging with the multiplier as an added term is exact at data; a target elsewhere need not
+    be reached by any datum, and is NaN then.
+
+    Parameters
+    ----------
+    target_locs, data_locs, data, local_covs, search_ellipsoid, max_size, max_distance
+        As for `ensemble_estimation`.
+    simulator_factory : SimulatorFactory
+        Makes the field of each model. It must cover the targets and the data.
+    max_cov_neis, max_neis_octant
+        As for `ensemble_estimation`. The field blends all models nonetheless.
+    power_a, max_weight : float
+        Of the blends of estimates and of fields.
+    seed : int
+        Taken modulo 2^32; the seeds of the fields are drawn from it.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it, unless a model has a
+        nugget.
+
+    Returns
+    -------
+    list of float
+        One value for each target; NaN where the estimate is.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs` and `data` are not equally many, or a location of a datum or a centre is not
+        finite.
     """
 
 def exponential_distribution(__lambda: _Real) -> Distribution:
@@ -2948,6 +3395,52 @@ def set_fft_n_threads(n_threads: _Integer = 0) -> None:
         The wanted count, as `check_n_threads` reads it.
     """
 
+def simulate(
+    estimator: Estimator,
+    target_locs: _Locations,
+    neighborhood: Neighborhood,
+    data_locs: _Locations,
+    data: _Values,
+    simulator: SpatialFunction,
+    n_threads: _Integer = 0,
+) -> list[float]:
+    """Condition a field to data.
+
+    What the data differ from the field is estimated at the targets and added to the field there. Where
+    the estimator is exact at data, as kriging is, so is the result. The field and the data should have
+    one mean and one variance: transform the data to normal scores first, and the result back.
+
+    Parameters
+    ----------
+    estimator : Estimator
+        Kriging with the covariance model of the field.
+    target_locs : list of numpy.ndarray, or array of shape (n, 3)
+    neighborhood : Neighborhood
+        The search structure over `data_locs`.
+    data_locs : list of numpy.ndarray, or array of shape (m, 3)
+    data : list of float, or array of shape (m,)
+    simulator : SpatialFunction
+        The unconditional field. All randomness is in it.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it, unless the field has a
+        nugget.
+
+    Returns
+    -------
+    list of float
+        One value for each target; NaN where the estimate is.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs`, `data`, the neighborhood and the estimator's `dhids` are not equally many.
+
+    References
+    ----------
+    Journel, A. G. (1974). Geostatistics for conditional simulation of ore bodies. Economic Geology
+    69(5), 673-687.
+    """
+
 def sort_matrix3d(T: _Matrix, orthogonalize: bool = True) -> NDArray[np.float64]:
     """Put the rows of an anisotropy matrix in order of ascending length, the longest range first.
 
@@ -2973,6 +3466,40 @@ def student_t_distribution(n: _Real) -> Distribution:
     Returns
     -------
     Distribution
+    """
+
+def unconditional_ensemble_simulation(
+    locs: _Locations,
+    local_covs: LocalCovariances,
+    simulator_factory: SimulatorFactory,
+    max_weight: _Real,
+    power_a: _Real,
+    seed: _Integer,
+) -> list[float]:
+    """Simulate with covariance models that differ from place to place.
+
+    There is a field for every local model. At a location at the distance d from the centre of a model,
+    its field counts with the root of its share of the sum of 1 / d^power_a over all models, which keeps
+    the variance of independent fields.
+
+    Parameters
+    ----------
+    locs : list of numpy.ndarray, or array of shape (n, 3)
+    local_covs : LocalCovariances
+        The local models; their errors have no effect.
+    simulator_factory : SimulatorFactory
+        Makes the field of each model. It must cover `locs`.
+    max_weight : float
+        Share of the variance that models centred at the very location have when there are others.
+    power_a : float
+        The common powers 1, 2 and 3 are taken when this is within a millionth of them.
+    seed : int
+        Taken modulo 2^32; the seeds of the fields are drawn from it.
+
+    Returns
+    -------
+    list of float
+        One value for each location: 0 where no model has a weight.
     """
 
 def uniform_distribution(a: _Real, b: _Real) -> Distribution:

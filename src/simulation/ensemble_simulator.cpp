@@ -106,21 +106,39 @@ class BlendedField final : public SpatialField {
   Power power_;
 };
 
+std::vector<SpatialFunction> local_simulators(const LocalCovariances& local_covs,
+                                              const SimulatorFactory& factory, std::int64_t seed) {
+  RandomEngine rng = seeded_engine(seed);
+  std::vector<SpatialFunction> simulators;
+  simulators.reserve(local_covs.covariances().size());
+  for (const CovarianceModel& model : local_covs.covariances()) {
+    simulators.push_back(factory(model, static_cast<std::int64_t>(rng())));
+  }
+  return simulators;
+}
+
+SpatialFunction blended(const LocalCovariances& local_covs, std::vector<SpatialFunction> simulators,
+                        const BlendParameters& blend) {
+  require_equal_lengths("simulators", simulators.size(), "centers", local_covs.centers().size());
+  return with_weight_power(blend.power_a, [&](auto power) {
+    return SpatialFunction(std::make_shared<BlendedField<decltype(power)>>(
+        local_covs.centers(), std::move(simulators), blend.max_weight, power));
+  });
+}
+
 }  // namespace
 
 SpatialFunction create_ensemble_simulator(const LocalCovariances& local_covs,
                                           const SimulatorFactory& factory,
                                           const BlendParameters& blend, std::int64_t seed) {
-  RandomEngine rng = seeded_engine(seed);
-  std::vector<SpatialFunction> fields;
-  fields.reserve(local_covs.covariances().size());
-  for (const CovarianceModel& model : local_covs.covariances()) {
-    fields.push_back(factory(model, static_cast<std::int64_t>(rng())));
-  }
-  return with_weight_power(blend.power_a, [&](auto power) {
-    return SpatialFunction(std::make_shared<BlendedField<decltype(power)>>(
-        local_covs.centers(), std::move(fields), blend.max_weight, power));
-  });
+  return blended(local_covs, local_simulators(local_covs, factory, seed), blend);
+}
+
+std::vector<double> run_ensemble_simulation(const Locations& locs,
+                                            std::vector<SpatialFunction> simulators,
+                                            const BlendParameters& blend,
+                                            const LocalCovariances& local_covs, int n_threads) {
+  return evaluate(blended(local_covs, std::move(simulators), blend), locs, n_threads);
 }
 
 std::vector<double> unconditional_ensemble_simulation(const Locations& locs,
@@ -128,7 +146,8 @@ std::vector<double> unconditional_ensemble_simulation(const Locations& locs,
                                                       const SimulatorFactory& factory,
                                                       const BlendParameters& blend,
                                                       std::int64_t seed, int n_threads) {
-  return evaluate(create_ensemble_simulator(local_covs, factory, blend, seed), locs, n_threads);
+  return run_ensemble_simulation(locs, local_simulators(local_covs, factory, seed), blend,
+                                 local_covs, n_threads);
 }
 
 std::vector<double> ensemble_simulation(const EstimationInput& input,

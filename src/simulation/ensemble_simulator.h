@@ -1,22 +1,14 @@
 #pragma once
 
-#include "covariance/covariance.h"
 #include "estimation/ensemble_estimation.h"
 #include "estimation/local_covariances.h"
-#include "simulation/simulator_generator.h"
+#include "simulation/simulator_factory.h"
 #include "spatial/spatial_function.h"
 
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 namespace talvorix {
-
-// Makes a field of a covariance model out of a seed.
-struct SimulatorFactory
-    : std::function<SpatialFunction(const CovarianceModel& covs, std::int64_t seed)> {
-  using function::function;
-};
 
 // How the fields of local models are blended: by the inverse of the distance to their centres, and
 // what share a model has whose centre is on the spot.
@@ -30,6 +22,12 @@ struct BlendParameters {
 SpatialFunction create_ensemble_simulator(const LocalCovariances& local_covs,
                                           const SimulatorFactory& factory,
                                           const BlendParameters& blend, std::int64_t seed);
+
+// Given fields, one for each local model, blended at locations.
+std::vector<double> run_ensemble_simulation(const Locations& locs,
+                                            std::vector<SpatialFunction> simulators,
+                                            const BlendParameters& blend,
+                                            const LocalCovariances& local_covs, int n_threads);
 
 std::vector<double> unconditional_ensemble_simulation(const Locations& locs,
                                                       const LocalCovariances& local_covs,

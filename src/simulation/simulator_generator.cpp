@@ -1,5 +1,6 @@
 #include "simulation/simulator_generator.h"
 
+#include "core/arguments.h"
 #include "core/parallel.h"
 #include "core/random.h"
 #include "simulation/covered_locations.h"
@@ -14,8 +15,6 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
-#include <string>
 #include <utility>
 
 namespace talvorix {
@@ -179,11 +178,8 @@ SimulatorGenerator create_simulator_generator(std::vector<SimulatorGenerator> ge
 SimulatorGenerator create_simulator_generator(const Ellipsoid& ellipsoid, const Locations& locs,
                                               const SpatialFunction& base,
                                               int n_base_simulation_points, int n_threads) {
+  require_positive_count("n_base_simulation_points", n_base_simulation_points);
   const std::int64_t n = n_base_simulation_points;
-  if (n < 1) {
-    throw std::invalid_argument("n_base_simulation_points is " + std::to_string(n) +
-                                "; there must be at least one node along each axis");
-  }
   const BoundingBox box(locs);
   const CartesianGrid grid(box.size(), {n, n, n}, box.lower(), {90.0, 0.0, 0.0});
   auto lattice = std::make_shared<Lattice>();

@@ -21,7 +21,6 @@
 #include <limits>
 #include <memory>
 #include <numbers>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -213,7 +212,7 @@ class LinesField final : public SpatialField {
   double scale_;
 };
 
-GaussianLine gaussian_line(const Vector3& v, std::int64_t seed) {
+GaussianLine gaussian_line_simulator(const Vector3& v, std::int64_t seed) {
   RandomEngine rng = seeded_engine(seed);
   StandardNormal normal;
   const double g1 = normal(rng);
@@ -259,7 +258,7 @@ CellLineOrNoise cell_line(const PointColumns& locs, const Vector3& v, RandomEngi
   return {std::move(line), 0};
 }
 
-CellLineOrNoise spherical_line(const PointColumns& locs, const Vector3& v, std::int64_t seed,
+CellLineOrNoise spherical_line_simulator(const PointColumns& locs, const Vector3& v, std::int64_t seed,
                                InterruptPoller& poll) {
   RandomEngine rng = seeded_engine(seed);
   return cell_line(
@@ -267,7 +266,7 @@ CellLineOrNoise spherical_line(const PointColumns& locs, const Vector3& v, std::
 }
 
 // The line's own scale makes the exponential of many sawtooths; a third of the lines have none.
-CellLineOrNoise exponential_line(const PointColumns& locs, const Vector3& v, std::int64_t seed,
+CellLineOrNoise exponential_line_simulator(const PointColumns& locs, const Vector3& v, std::int64_t seed,
                                  InterruptPoller& poll) {
   constexpr double third = 0.3333333333333333;
   RandomEngine rng = seeded_engine(seed);
@@ -326,9 +325,7 @@ class FieldBuilder {
 SpatialFunction create_tbsim_simulator(const Locations& locs, const Covariance& cov,
                                        std::int64_t seed, int n) {
   require_covered(locs);
-  if (n < 1) {
-    throw std::invalid_argument("n is " + std::to_string(n) + "; there must be at least one line");
-  }
+  require_positive_count("n", n);
   RandomEngine rng = seeded_engine(seed);
   const Locations directions =
       generate_random_semisphere(n, static_cast<std::int64_t>(rng() % 99999999U));
@@ -341,13 +338,13 @@ SpatialFunction create_tbsim_simulator(const Locations& locs, const Covariance& 
     const Vector3 v = along_line(cov.ellipsoid, direction);
     switch (cov.type) {
       case Covariance::Type::gaussian:
-        builder.add(gaussian_line(v, line_seed));
+        builder.add(gaussian_line_simulator(v, line_seed));
         break;
       case Covariance::Type::exponential:
-        builder.add(exponential_line(columns, v, line_seed, poll));
+        builder.add(exponential_line_simulator(columns, v, line_seed, poll));
         break;
       case Covariance::Type::spherical:
-        builder.add(spherical_line(columns, v, line_seed, poll));
+        builder.add(spherical_line_simulator(columns, v, line_seed, poll));
         break;
       case Covariance::Type::nugget:
       case Covariance::Type::idw:
