@@ -5,17 +5,45 @@
 #include "spatial/neighborhood.h"
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace talvorix {
 
 // A method of estimation with its parameters bound: given targets, the neighborhood of the data,
-// the data and a thread count, it returns an estimate for each target.
-struct Estimator
-    : std::function<std::vector<double>(
-          const Locations& target_locs, const Neighborhood& neighborhood,
-          const Locations& data_locs, const std::vector<double>& data, int n_threads)> {
-  using function::function;
+// the data and a thread count, it returns an estimate for each target. Given several lists of data
+// that were measured in the same places, it returns as many lists; a method that weighs data
+// without regard to their values then does so once for all of them.
+class Estimator {
+ public:
+  using DataLists = std::vector<std::vector<double>>;
+  using Single = std::function<std::vector<double>(
+      const Locations& target_locs, const Neighborhood& neighborhood, const Locations& data_locs,
+      const std::vector<double>& data, int n_threads)>;
+  using Several = std::function<std::vector<std::vector<double>>(
+      const Locations& target_locs, const Neighborhood& neighborhood, const Locations& data_locs,
+      const DataLists& data_lists, int n_threads)>;
+
+  // Takes lists of data one after the other.
+  explicit Estimator(Single single);
+  Estimator(Single single, Several several)
+      : single_(std::move(single)), several_(std::move(several)) {}
+
+  std::vector<double> operator()(const Locations& target_locs, const Neighborhood& neighborhood,
+                                 const Locations& data_locs, const std::vector<double>& data,
+                                 int n_threads) const {
+    return single_(target_locs, neighborhood, data_locs, data, n_threads);
+  }
+  std::vector<std::vector<double>> of_each(const Locations& target_locs,
+                                           const Neighborhood& neighborhood,
+                                           const Locations& data_locs, const DataLists& data_lists,
+                                           int n_threads) const {
+    return several_(target_locs, neighborhood, data_locs, data_lists, n_threads);
+  }
+
+ private:
+  Single single_;
+  Several several_;
 };
 
 // Which data an estimate may use; limits at or below 0 are none.

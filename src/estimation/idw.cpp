@@ -136,22 +136,22 @@ std::vector<double> idw_estimation(const EstimationInput& input, const Covarianc
 }
 
 Estimator create_idw_estimator(IdwParameters parameters, SearchLimits limits) {
-  return [parameters, limits = std::move(limits)](
+  return Estimator([parameters, limits = std::move(limits)](
              const Locations& target_locs, const Neighborhood& neighborhood,
              const Locations& data_locs, const std::vector<double>& data, int n_threads) {
     return idw_estimation({target_locs, neighborhood, data_locs, data}, parameters, limits,
                           n_threads);
-  };
+  });
 }
 
 Estimator create_idw_estimator(CovarianceModel covs, IdwParameters parameters,
                                SearchLimits limits) {
-  return [covs = std::move(covs), parameters, limits = std::move(limits)](
+  return Estimator([covs = std::move(covs), parameters, limits = std::move(limits)](
              const Locations& target_locs, const Neighborhood& neighborhood,
              const Locations& data_locs, const std::vector<double>& data, int n_threads) {
     return idw_estimation({target_locs, neighborhood, data_locs, data}, covs, parameters, limits,
                           n_threads);
-  };
+  });
 }
 
 }  // namespace talvorix

@@ -67,7 +67,25 @@ class KrigingSolver {
     }
   }
 
+  // What makes the estimate of a target out of any data: a constant and a weight for each datum of
+  // a list. Lasts until the next one.
+  struct Weighting {
+    const std::vector<std::size_t>& used;
+    const double* weights;
+    double constant;
+    double variance;
+  };
+
   Estimate solve(const std::vector<std::size_t>& neighbors, const Vector3& target) {
+    const Weighting weighting = weigh(neighbors, target);
+    double estimate = weighting.constant;
+    for (std::size_t i = 0; i < weighting.used.size(); ++i) {
+      estimate += weighting.weights[i] * data_[weighting.used[i]];
+    }
+    return {estimate, weighting.variance};
+  }
+
+  Weighting weigh(const std::vector<std::size_t>& neighbors, const Vector3& target) {
     if (!is_factored_ || neighbors != factored_) {
       is_factored_ = false;
       factor(neighbors);
@@ -88,12 +106,9 @@ class KrigingSolver {
     system_.complete_right_side(right_side.data(), n);
     weights = right_side;
     solver_.solve(weights);
-    double estimate = system_.constant_term(weights, n);
-    for (Eigen::Index i = 0; i < n; ++i) {
-      estimate += weights[i] * data_[used_[static_cast<std::size_t>(i)]];
-    }
     const double variance = model_->sill() - weights.dot(right_side);
-    return {estimate, variance <= 1e-10 ? 1e-10 : variance};
+    return {used_, weights_.data(), system_.constant_term(weights, n),
+            variance <= 1e-10 ? 1e-10 : variance};
   }
 
  private:

@@ -263,9 +263,11 @@ void bind_tbsim(py::module_& m, const char* structures, const char* doc) {
 }
 
 void bind_conditioning(py::module_& m) {
-  m.def("simulate", &simulate, py::arg("estimator"), py::arg("target_locs"),
-        py::arg("neighborhood"), py::arg("data_locs"), py::arg("data"), py::arg("simulator"),
-        py::arg("n_threads") = 0, R"(
+  m.def("simulate",
+        py::overload_cast<const Estimator&, const Locations&, const Neighborhood&, const Locations&,
+                          const std::vector<double>&, const SpatialFunction&, int>(&simulate),
+        py::arg("estimator"), py::arg("target_locs"), py::arg("neighborhood"), py::arg("data_locs"),
+        py::arg("data"), py::arg("simulator"), py::arg("n_threads") = 0, R"(
 Condition a field to data.
 
 What the data differ from the field is estimated at the targets and added to the field there. Where
@@ -283,6 +285,9 @@ data_locs : list of numpy.ndarray, or array of shape (m, 3)
 data : list of float, or array of shape (m,)
 simulator : SpatialFunction
     The unconditional field. All randomness is in it.
+simulators : list of SpatialFunction
+    In the second form, a field for each of several realisations. Kriging then weighs the data once
+    for all of them.
 n_threads : int, default 0
     Number of threads; 0 stands for all. The result does not depend on it, unless the field has a
     nugget.
@@ -290,7 +295,8 @@ n_threads : int, default 0
 Returns
 -------
 list of float
-    One value for each target; NaN where the estimate is.
+    One value for each target; NaN where the estimate is. In the second form a list of such lists,
+    one for each field.
 
 Raises
 ------
@@ -302,6 +308,12 @@ References
 Journel, A. G. (1974). Geostatistics for conditional simulation of ore bodies. Economic Geology
 69(5), 673-687.
 )");
+  m.def("simulate",
+        py::overload_cast<const Estimator&, const Locations&, const Neighborhood&, const Locations&,
+                          const std::vector<double>&, const std::vector<SpatialFunction>&, int>(
+            &simulate),
+        py::arg("estimator"), py::arg("target_locs"), py::arg("neighborhood"), py::arg("data_locs"),
+        py::arg("data"), py::arg("simulators"), py::arg("n_threads") = 0);
 }
 
 void bind_ensembles(py::module_& m) {

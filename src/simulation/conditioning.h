@@ -15,5 +15,12 @@ std::vector<double> simulate(const Estimator& estimator, const Locations& target
                              const Neighborhood& neighborhood, const Locations& data_locs,
                              const std::vector<double>& data, const SpatialFunction& simulator,
                              int n_threads);
+// A realisation of each of several fields: data are weighed once for all of them.
+std::vector<std::vector<double>> simulate(const Estimator& estimator, const Locations& target_locs,
+                                          const Neighborhood& neighborhood,
+                                          const Locations& data_locs,
+                                          const std::vector<double>& data,
+                                          const std::vector<SpatialFunction>& simulators,
+                                          int n_threads);
 
 }  // namespace talvorix
