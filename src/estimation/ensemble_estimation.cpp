@@ -194,9 +194,9 @@ std::vector<double> ensemble_estimation(const EstimationInput& input,
 Estimator create_ensemble_estimator(LocalCovariances local_covs, EnsembleParameters parameters,
                                     SearchLimits limits) {
   return Estimator([local_covs = std::move(local_covs), parameters = std::move(parameters),
-          limits = std::move(limits)](const Locations& target_locs,
-                                      const Neighborhood& neighborhood, const Locations& data_locs,
-                                      const std::vector<double>& data, int n_threads) {
+                    limits = std::move(limits)](
+                       const Locations& target_locs, const Neighborhood& neighborhood,
+                       const Locations& data_locs, const std::vector<double>& data, int n_threads) {
     return ensemble_estimation({target_locs, neighborhood, data_locs, data}, local_covs, parameters,
                                limits, n_threads);
   });

@@ -137,8 +137,8 @@ std::vector<double> idw_estimation(const EstimationInput& input, const Covarianc
 
 Estimator create_idw_estimator(IdwParameters parameters, SearchLimits limits) {
   return Estimator([parameters, limits = std::move(limits)](
-             const Locations& target_locs, const Neighborhood& neighborhood,
-             const Locations& data_locs, const std::vector<double>& data, int n_threads) {
+                       const Locations& target_locs, const Neighborhood& neighborhood,
+                       const Locations& data_locs, const std::vector<double>& data, int n_threads) {
     return idw_estimation({target_locs, neighborhood, data_locs, data}, parameters, limits,
                           n_threads);
   });
@@ -147,8 +147,8 @@ Estimator create_idw_estimator(IdwParameters parameters, SearchLimits limits) {
 Estimator create_idw_estimator(CovarianceModel covs, IdwParameters parameters,
                                SearchLimits limits) {
   return Estimator([covs = std::move(covs), parameters, limits = std::move(limits)](
-             const Locations& target_locs, const Neighborhood& neighborhood,
-             const Locations& data_locs, const std::vector<double>& data, int n_threads) {
+                       const Locations& target_locs, const Neighborhood& neighborhood,
+                       const Locations& data_locs, const std::vector<double>& data, int n_threads) {
     return idw_estimation({target_locs, neighborhood, data_locs, data}, covs, parameters, limits,
                           n_threads);
   });

@@ -111,18 +111,18 @@ Estimator create_estimator(const System& system, CovarianceModel covs, SearchLim
   };
   const auto bound =
       std::make_shared<const Parameters>(Parameters{system, std::move(covs), std::move(limits)});
-  return {[bound](const Locations& target_locs, const Neighborhood& neighborhood,
-                  const Locations& data_locs, const std::vector<double>& data, int n_threads) {
-            return krige(bound->system, {target_locs, neighborhood, data_locs, data}, bound->covs,
-                         bound->limits, n_threads)
-                .estimates;
-          },
-          [bound](const Locations& target_locs, const Neighborhood& neighborhood,
-                  const Locations& data_locs, const Estimator::DataLists& data_lists,
-                  int n_threads) {
-            return krige_each(bound->system, target_locs, neighborhood, data_locs, data_lists,
-                              bound->covs, bound->limits, n_threads);
-          }};
+  return {
+      [bound](const Locations& target_locs, const Neighborhood& neighborhood,
+              const Locations& data_locs, const std::vector<double>& data, int n_threads) {
+        return krige(bound->system, {target_locs, neighborhood, data_locs, data}, bound->covs,
+                     bound->limits, n_threads)
+            .estimates;
+      },
+      [bound](const Locations& target_locs, const Neighborhood& neighborhood,
+              const Locations& data_locs, const Estimator::DataLists& data_lists, int n_threads) {
+        return krige_each(bound->system, target_locs, neighborhood, data_locs, data_lists,
+                          bound->covs, bound->limits, n_threads);
+      }};
 }
 
 }  // namespace

@@ -500,6 +500,8 @@ Raises
 ------
 ValueError
     When `corners` is empty or `n` is below 1.
+MemoryError
+    When the lines do not fit into memory.
 
 Notes
 -----
@@ -526,12 +528,11 @@ void register_conditioning(py::module_& m) {
           "Ensemble",
           [](LocalCovariances local_covs, SimulatorFactory sim_factory, double max_weight,
              double power_a, std::int64_t /*seed*/) {
-            return SimulatorGenerator([local_covs = std::move(local_covs),
-                                       sim_factory = std::move(sim_factory),
-                                       blend = BlendParameters{max_weight, power_a}](
-                                          std::int64_t seed) {
-              return create_ensemble_simulator(local_covs, sim_factory, blend, seed);
-            });
+            return SimulatorGenerator(
+                [local_covs = std::move(local_covs), sim_factory = std::move(sim_factory),
+                 blend = BlendParameters{max_weight, power_a}](std::int64_t seed) {
+                  return create_ensemble_simulator(local_covs, sim_factory, blend, seed);
+                });
           },
           py::arg("local_covs"), py::arg("sim_factory"), py::arg("max_weight"), py::arg("power_a"),
           py::arg("seed"), R"(

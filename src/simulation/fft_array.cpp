@@ -1,16 +1,22 @@
 #include "simulation/fft_array.h"
 
+#include "core/interrupt.h"
 #include "core/large_pages.h"
 #include "simulation/fft_threads.h"
 
 #include <fftw3.h>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
 #include <limits>
 #include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
 
 namespace talvorix::fft {
 
@@ -20,9 +26,46 @@ namespace {
 // it from timing candidates: timed plans could change the last bits from run to run.
 constexpr unsigned plan_flags = 128U | FFTW_ESTIMATE;
 
-// Executes the plan that make_plan returns; a null plan is skipped.
+void execute(fftw_plan plan) {
+  fftw_execute(plan);
+  const std::lock_guard lock(planner_mutex());
+  fftw_destroy_plan(plan);
+}
+
+// Executes a plan on a thread of its own, because a transform cannot be stopped: when the user
+// wishes to, it is left to itself with the buffers that it works on.
+void execute_watched(fftw_plan plan, std::vector<std::shared_ptr<const void>> buffers) {
+  std::promise<void> done;
+  const std::future<void> is_done = done.get_future();
+  std::thread thread;
+  try {
+    thread = std::thread([plan, buffers = std::move(buffers), done = std::move(done)]() mutable {
+      execute(plan);
+      buffers.clear();
+      done.set_value();
+    });
+  } catch (const std::system_error&) {
+    // No thread is to be had.
+    execute(plan);
+    return;
+  }
+  try {
+    InterruptPoller poll;
+    while (is_done.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+      poll();
+    }
+  } catch (...) {
+    thread.detach();
+    throw;
+  }
+  thread.join();
+}
+
+// Executes the plan of n values that make_plan returns; a null plan is skipped. Long ones are
+// watched when all the buffers are given.
 template <class MakePlan>
-void transform(MakePlan&& make_plan) {
+void transform(std::int64_t n, MakePlan&& make_plan,
+               std::vector<std::shared_ptr<const void>> buffers) {
   fftw_plan plan = nullptr;
   {
     const std::lock_guard lock(planner_mutex());
@@ -31,9 +74,14 @@ void transform(MakePlan&& make_plan) {
   if (plan == nullptr) {
     return;
   }
-  fftw_execute(plan);
-  const std::lock_guard lock(planner_mutex());
-  fftw_destroy_plan(plan);
+  constexpr std::int64_t is_long = std::int64_t{1} << 22;
+  const bool are_owned = std::all_of(buffers.begin(), buffers.end(),
+                                     [](const auto& buffer) { return buffer != nullptr; });
+  if (n >= is_long && are_owned) {
+    execute_watched(plan, std::move(buffers));
+  } else {
+    execute(plan);
+  }
 }
 
 std::int64_t checked_size(const Extents& extents) {
@@ -69,44 +117,60 @@ void require_spectrum(const complex_array& spectrum, std::int64_t needed) {
   }
 }
 
+void backward_3d(complex_array& spectrum, const Extents& extents, double* values,
+                 std::vector<std::shared_ptr<const void>> buffers) {
+  const Extents half = half_spectrum(extents);
+  require_spectrum(spectrum, half[0] * half[1] * half[2]);
+  transform(
+      extents[0] * extents[1] * extents[2],
+      [&] {
+        return fftw_plan_dft_c2r_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
+                                    to_fftw(spectrum.data()), values, plan_flags);
+      },
+      std::move(buffers));
+}
+
 }  // namespace
 
 array::array(const Extents& extents, std::int64_t rank, double value)
-    : extents_(extents), rank_(rank) {
-  const auto n = static_cast<std::size_t>(checked_size(extents));
-  if (n > values_.max_size()) {
-    throw std::bad_alloc();
-  }
-  values_.reserve(n);
-  prefer_large_pages(values_.data(), n * sizeof(double));
-  values_.resize(n, value);
+    : extents_(extents),
+      rank_(rank),
+      size_(checked_size(extents)),
+      data_(nullptr),
+      values_(std::make_shared<std::vector<double>>(
+          values_on_large_pages(static_cast<std::size_t>(size_), value))) {
+  data_ = values_->data();
+}
+
+array::array(const Extents& extents, std::int64_t rank, const double* values)
+    : array(extents, rank, 0.0) {
+  std::copy_n(values, size_, data_);
 }
 
 array::array(const Extents& extents, double value) : array(extents, 3, value) {}
 
 array::array(std::int64_t size, double value) : array({size, 1, 1}, 1, value) {}
 
-array::array(const double* values, const Extents& extents) : array(extents, 3, 0.0) {
-  std::copy_n(values, values_.size(), values_.begin());
-}
+array::array(const double* values, const Extents& extents) : array(extents, 3, values) {}
 
 void array::backward(complex_array& spectrum) {
   const int n0 = to_int(extents_[0]);
   const int n1 = to_int(extents_[1]);
   if (rank_ == 1) {
     require_spectrum(spectrum, n0 / 2 + 1);
-    transform(
-        [&] { return fftw_plan_dft_c2r_1d(n0, to_fftw(spectrum.data()), data(), plan_flags); });
+    transform(size_,
+              [&] { return fftw_plan_dft_c2r_1d(n0, to_fftw(spectrum.data()), data_, plan_flags); },
+              {spectrum.values_, values_});
   } else if (rank_ == 2) {
     require_spectrum(spectrum, extents_[0] * (n1 / 2 + 1));
     transform(
-        [&] { return fftw_plan_dft_c2r_2d(n0, n1, to_fftw(spectrum.data()), data(), plan_flags); });
+        size_,
+        [&] { return fftw_plan_dft_c2r_2d(n0, n1, to_fftw(spectrum.data()), data_, plan_flags); },
+        {spectrum.values_, values_});
   } else if (rank_ == 3) {
-    fft::backward(spectrum, extents_, data());
+    backward_3d(spectrum, extents_, data_, {spectrum.values_, values_});
   }
 }
-
-void ReleaseBuffer::operator()(std::complex<double>*) const { fftw_free(allocated); }
 
 complex_array::Values complex_array::allocate(std::int64_t n) {
   constexpr std::size_t alignment = 64;
@@ -119,7 +183,9 @@ complex_array::Values complex_array::allocate(std::int64_t n) {
   std::size_t space = bytes + alignment;
   std::align(alignment, bytes, aligned, space);
   prefer_large_pages(aligned, bytes);
-  return Values(static_cast<std::complex<double>*>(aligned), ReleaseBuffer{allocated});
+  // What is held starts somewhat behind what the allocator gave and takes back.
+  return Values(static_cast<std::complex<double>*>(aligned),
+                [allocated](std::complex<double>*) { fftw_free(allocated); });
 }
 
 complex_array::complex_array(std::int64_t n)
@@ -128,28 +194,35 @@ complex_array::complex_array(std::int64_t n)
 }
 
 void complex_array::forward(const double* values, const Extents& extents) {
-  checked_size(extents);
+  forward(values, extents, nullptr);
+}
+
+void complex_array::forward(const array& values) {
+  forward(values.data(), values.extents(), values.values_);
+}
+
+void complex_array::forward(const double* values, const Extents& extents,
+                            std::shared_ptr<const void> owner) {
+  const std::int64_t n_values = checked_size(extents);
   const Extents half = half_spectrum(extents);
   const std::int64_t n = half[0] * half[1] * half[2];
-  Values spectrum = allocate(n);
-  transform([&] {
-    // The transform keeps its input, though it does not say so.
-    return fftw_plan_dft_r2c_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
-                                const_cast<double*>(values), to_fftw(spectrum.get()), plan_flags);
-  });
+  const Values spectrum = allocate(n);
+  transform(n_values,
+            [&] {
+              // The transform keeps its input, though it does not say so.
+              return fftw_plan_dft_r2c_3d(to_int(extents[0]), to_int(extents[1]),
+                                          to_int(extents[2]), const_cast<double*>(values),
+                                          to_fftw(spectrum.get()), plan_flags);
+            },
+            {spectrum, std::move(owner)});
   rank_ = 3;
   size_ = n;
   extents_ = half;
-  values_ = std::move(spectrum);
+  values_ = spectrum;
 }
 
 void backward(complex_array& spectrum, const Extents& extents, double* values) {
-  const Extents half = half_spectrum(extents);
-  require_spectrum(spectrum, half[0] * half[1] * half[2]);
-  transform([&] {
-    return fftw_plan_dft_c2r_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
-                                to_fftw(spectrum.data()), values, plan_flags);
-  });
+  backward_3d(spectrum, extents, values, {nullptr});
 }
 
 }  // namespace talvorix::fft

@@ -8,7 +8,8 @@
 #include <vector>
 
 // What goes into discrete Fourier transforms and comes out of them. Every transform is planned,
-// executed and its plan destroyed; several threads may do so at once.
+// executed and its plan destroyed; several threads may do so at once. While a long one of these
+// classes runs, the user's wish to stop is looked for, and whatever that throws leaves at once.
 
 namespace talvorix::fft {
 
@@ -43,28 +44,24 @@ class array {
   array(const double* values, const Extents& extents);
   virtual ~array() = default;
 
-  array(const array&) = default;
+  array(const array& other) : array(other.extents_, other.rank_, other.data_) {}
   array(array&&) = default;
-  array& operator=(const array&) = default;
+  array& operator=(const array& other) { return *this = array(other); }
   array& operator=(array&&) = default;
 
   const Extents& extents() const { return extents_; }
   std::int64_t rank() const { return rank_; }
-  std::int64_t size() const { return static_cast<std::int64_t>(values_.size()); }
-  double* data() { return values_.data(); }
-  const double* data() const { return values_.data(); }
+  std::int64_t size() const { return size_; }
+  double* data() { return data_; }
+  const double* data() const { return data_; }
 
-  double& operator()(std::int64_t i) {
-    return values_[static_cast<std::size_t>(wrapped(i, size()))];
-  }
-  double operator()(std::int64_t i) const {
-    return values_[static_cast<std::size_t>(wrapped(i, size()))];
-  }
+  double& operator()(std::int64_t i) { return data_[wrapped(i, size_)]; }
+  double operator()(std::int64_t i) const { return data_[wrapped(i, size_)]; }
   double& operator()(std::int64_t i, std::int64_t j, std::int64_t k) {
-    return values_[position(extents_, i, j, k)];
+    return data_[position(extents_, i, j, k)];
   }
   double operator()(std::int64_t i, std::int64_t j, std::int64_t k) const {
-    return values_[position(extents_, i, j, k)];
+    return data_[position(extents_, i, j, k)];
   }
 
   // Becomes the unnormalised backward transform of a half spectrum, by the rank: the caller
@@ -73,16 +70,17 @@ class array {
   void backward(complex_array& spectrum);
 
  private:
+  friend class complex_array;
+
+  // With a copy of the values.
+  array(const Extents& extents, std::int64_t rank, const double* values);
+
   Extents extents_;
   std::int64_t rank_;
-  std::vector<double> values_;
-};
-
-// Gives memory back to the allocator that it is from. What it holds starts somewhat behind what the
-// allocator gave, where it is aligned.
-struct ReleaseBuffer {
-  void* allocated = nullptr;
-  void operator()(std::complex<double>*) const;
+  std::int64_t size_;
+  double* data_;
+  // Shared with a transform that its caller no longer waits for.
+  std::shared_ptr<std::vector<double>> values_;
 };
 
 // Complex values, 64-byte aligned. After a forward transform of extents (n0, n1, n2) they are the
@@ -117,15 +115,19 @@ class complex_array {
   // Becomes the half spectrum, of rank 3, of real values of these extents. A series of n values is
   // transformed with extents (n, 1, 1), which gives all n entries of its spectrum.
   void forward(const double* values, const Extents& extents);
-  void forward(const array& values) { forward(values.data(), values.extents()); }
+  void forward(const array& values);
 
  private:
-  using Values = std::unique_ptr<std::complex<double>[], ReleaseBuffer>;
+  friend class array;
+
+  using Values = std::shared_ptr<std::complex<double>[]>;
   static Values allocate(std::int64_t n);
+  void forward(const double* values, const Extents& extents, std::shared_ptr<const void> owner);
 
   std::int64_t size_ = 0;
   std::int64_t rank_ = 1;
   Extents extents_ = {1, 1, 1};
+  // Shared with a transform that its caller no longer waits for.
   Values values_;
 };
 

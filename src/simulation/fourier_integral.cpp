@@ -1,6 +1,8 @@
 #include "simulation/fourier_integral.h"
 
 #include "core/interrupt.h"
+#include "core/large_pages.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
 #include "core/random.h"
 #include "core/vector_cosine.h"
@@ -20,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <numbers>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -47,14 +50,6 @@ struct Axis {
     origin = smallest - 2.0 * cell;
   }
 
-  // Number of the cell that a coordinate is in; the first and the last go on beyond the ends.
-  std::int64_t index(double coordinate) const {
-    const double i = (coordinate - origin) / cell;
-    const double from_first = i > 0.0 ? i : 0.0;
-    const auto last = static_cast<double>(count - 1);
-    return static_cast<std::int64_t>(from_first < last ? from_first : last);
-  }
-
   // Steps between a wrapped index and the zero lag.
   std::int64_t steps(std::int64_t wrapped_index) const {
     return std::min(wrapped_index, count - wrapped_index);
@@ -67,6 +62,43 @@ struct Axis {
     return count % 2 == 0 && i == count - 1 ? half : wrapped(i - half, count);
   }
 };
+
+// The way from real coordinates to the number of the cell along one axis of the lattice.
+struct AxisLookup {
+  double along_x;
+  double along_y;
+  double along_z;
+  double origin;
+  double cell;
+  double last;
+
+  AxisLookup(const Matrix3& matrix, Eigen::Index row, const Axis& axis)
+      : along_x(matrix(row, 0)),
+        along_y(matrix(row, 1)),
+        along_z(matrix(row, 2)),
+        origin(axis.origin),
+        cell(axis.cell),
+        last(static_cast<double>(axis.count - 1)) {}
+
+  // The first and the last cell go on beyond the ends. NaN counts as the first.
+  std::int32_t index(double x, double y, double z) const {
+    const double i = (along_x * x + along_y * y + along_z * z - origin) / cell;
+    const double from_first = i > 0.0 ? i : 0.0;
+    return static_cast<std::int32_t>(from_first < last ? from_first : last);
+  }
+};
+
+constexpr std::size_t lookup_block = 256;
+
+// Writes the number along an axis of the cell of each location.
+[[gnu::noinline]] void cells_along(const AxisLookup& axis, const double* __restrict x,
+                                   const double* __restrict y, const double* __restrict z,
+                                   std::size_t n, std::int32_t* __restrict cells) {
+  const AxisLookup own = axis;
+  for (std::size_t i = 0; i < n; ++i) {
+    cells[i] = own.index(x[i], y[i], z[i]);
+  }
+}
 
 // Gives entries the root of their size, scaled, for an amplitude, and new phases.
 [[gnu::noinline]] void set_phases(std::complex<double>* entries, const double* __restrict phases,
@@ -86,7 +118,7 @@ class FimCovSimulation final : public SpatialField {
  public:
   FimCovSimulation(const Locations& locs, const Covariance& cov, std::int64_t seed,
                    const LatticeCounts& counts, int n_threads)
-      : matrix_(cov.ellipsoid.matrix()), std_dev_(std::sqrt(cov.sill)) {
+      : std_dev_(std::sqrt(cov.sill)) {
     const int n_workers = check_n_threads(n_threads);
     const PatientLock lock(lattice_mutex());
     set_fft_n_threads(n_workers);
@@ -94,11 +126,13 @@ class FimCovSimulation final : public SpatialField {
     const std::array<int, 3> wanted = {counts.nx, counts.ny, counts.nz};
     for (Eigen::Index a = 0; a < 3; ++a) {
       axes_.emplace_back(wanted[static_cast<std::size_t>(a)], box.lower()[a], box.size()[a]);
+      lookups_.emplace_back(cov.ellipsoid.matrix(), a, axes_.back());
     }
     const Extents extents = {axes_[0].count, axes_[1].count, axes_[2].count};
+    require_lattice_memory(extents);
     // One plane more along each axis than the strides ever reach.
-    values_.resize(
-        static_cast<std::size_t>((extents[0] + 1) * (extents[1] + 1) * (extents[2] + 1)));
+    values_ = values_on_large_pages(
+        static_cast<std::size_t>((extents[0] + 1) * (extents[1] + 1) * (extents[2] + 1)), 0.0);
     array lattice(extents, 0.0);
     complex_array spectrum;
     fill_with_covariance(lattice, get_kernel(cov, 2000000), n_workers);
@@ -108,21 +142,51 @@ class FimCovSimulation final : public SpatialField {
     copy_out(lattice, n_workers);
   }
 
-  double value(const Vector3& location, int) const override { return look_up(location); }
+  double value(const Vector3& location, int) const override {
+    double value = 0.0;
+    look_up({&location, 1}, &value);
+    return value;
+  }
 
   void values(std::span<const Vector3> locations, double* values, int, PollRef) const override {
-    for (const Vector3& location : locations) {
-      *values++ = look_up(location);
+    while (!locations.empty()) {
+      const std::size_t n = std::min(locations.size(), lookup_block);
+      look_up(locations.first(n), values);
+      locations = locations.subspan(n);
+      values += n;
     }
   }
 
  private:
-  double look_up(const Vector3& location) const {
-    const Vector3 y = matrix_ * location;
-    const auto at =
-        (axes_[0].index(y[0]) * axes_[1].count + axes_[1].index(y[1])) * axes_[2].count +
-        axes_[2].index(y[2]);
-    return values_[static_cast<std::size_t>(at)] * std_dev_;
+  // The realisation, the lattice that is transformed and its spectrum.
+  static void require_lattice_memory(const Extents& extents) {
+    const std::array<double, 3> n = {static_cast<double>(extents[0]),
+                                     static_cast<double>(extents[1]),
+                                     static_cast<double>(extents[2])};
+    require_memory(
+        "a lattice of " + std::to_string(extents[0]) + " by " + std::to_string(extents[1]) +
+            " by " + std::to_string(extents[2]) + " nodes",
+        8.0 * (n[0] + 1.0) * (n[1] + 1.0) * (n[2] + 1.0) + 8.0 * n[0] * n[1] * (2.0 * n[2] + 2.0));
+  }
+
+  // Of no more locations than one block.
+  void look_up(std::span<const Vector3> locations, double* values) const {
+    std::array<std::array<double, lookup_block>, 3> coordinates;
+    std::array<std::array<std::int32_t, lookup_block>, 3> cells;
+    const std::size_t n = locations.size();
+    for (std::size_t i = 0; i < n; ++i) {
+      coordinates[0][i] = locations[i].x();
+      coordinates[1][i] = locations[i].y();
+      coordinates[2][i] = locations[i].z();
+    }
+    for (std::size_t a = 0; a < 3; ++a) {
+      cells_along(lookups_[a], coordinates[0].data(), coordinates[1].data(), coordinates[2].data(),
+                  n, cells[a].data());
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      const auto at = (cells[0][i] * axes_[1].count + cells[1][i]) * axes_[2].count + cells[2][i];
+      values[i] = values_[static_cast<std::size_t>(at)] * std_dev_;
+    }
   }
 
   // The covariance at every lag of the lattice, indexed circularly. It is the same in all eight
@@ -213,9 +277,9 @@ class FimCovSimulation final : public SpatialField {
                  });
   }
 
-  Matrix3 matrix_;
   double std_dev_;
   std::vector<Axis> axes_;
+  std::vector<AxisLookup> lookups_;
   std::vector<double> values_;
 };
 

@@ -1,5 +1,7 @@
 #include "simulation/masked_variogram.h"
 
+#include "core/interrupt.h"
+
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +11,7 @@ namespace talvorix::fft {
 MaskedVariogram masked_variogram(const array& values) {
   const Extents& n = values.extents();
   const Extents padded = {2 * n[0] - 1, 2 * n[1] - 1, 2 * n[2] - 1};
+  InterruptPoller poll;
   complex_array spectrum_of_values;
   complex_array spectrum_of_squares;
   complex_array spectrum_of_presence;
@@ -18,6 +21,7 @@ MaskedVariogram masked_variogram(const array& values) {
     array presence(padded, 0.0);
     for (std::int64_t i = 0; i < n[0]; ++i) {
       for (std::int64_t j = 0; j < n[1]; ++j) {
+        poll();
         for (std::int64_t k = 0; k < n[2]; ++k) {
           const double z = values(i, j, k);
           if (std::isfinite(z)) {
@@ -36,6 +40,7 @@ MaskedVariogram masked_variogram(const array& values) {
   // Over all pairs at a lag, the sum of (z - z')^2 is that of the squares at either end, less twice
   // that of the products: correlations of the three grids, and so products of their spectra.
   for (std::int64_t i = 0; i < spectrum_of_values.size(); ++i) {
+    poll();
     const std::complex<double> present = spectrum_of_presence(i);
     const double squares = (spectrum_of_squares(i) * std::conj(present)).real();
     const double products = std::norm(spectrum_of_values(i));
@@ -47,6 +52,7 @@ MaskedVariogram masked_variogram(const array& values) {
   result.npairs.backward(spectrum_of_presence);
   const auto n_padded = static_cast<double>(result.npairs.size());
   for (std::int64_t i = 0; i < result.npairs.size(); ++i) {
+    poll();
     double& p = result.npairs(i);
     double& g = result.variogram(i);
     p /= n_padded;

@@ -10,10 +10,10 @@ namespace talvorix {
 
 SimulatorFactory create_fim_factory(Locations locs, const LatticeCounts& counts, int n_threads) {
   require_covered(locs);
-  return [locs = std::move(locs), counts, n_threads](const CovarianceModel& covs,
-                                                     std::int64_t seed) {
-    return create_fim_simulator(locs, covs, seed, counts, n_threads);
-  };
+  return
+      [locs = std::move(locs), counts, n_threads](const CovarianceModel& covs, std::int64_t seed) {
+        return create_fim_simulator(locs, covs, seed, counts, n_threads);
+      };
 }
 
 SimulatorFactory create_tbsim_factory(Locations locs, int n) {

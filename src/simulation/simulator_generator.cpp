@@ -1,6 +1,7 @@
 #include "simulation/simulator_generator.h"
 
 #include "core/arguments.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
 #include "core/random.h"
 #include "simulation/covered_locations.h"
@@ -15,6 +16,7 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace talvorix {
@@ -180,6 +182,10 @@ SimulatorGenerator create_simulator_generator(const Ellipsoid& ellipsoid, const 
                                               int n_base_simulation_points, int n_threads) {
   require_positive_count("n_base_simulation_points", n_base_simulation_points);
   const std::int64_t n = n_base_simulation_points;
+  // The nodes' locations, their values, and these once more while they are put behind the first 0.
+  const auto n_nodes = std::pow(static_cast<double>(n), 3.0);
+  require_memory("a lattice of " + std::to_string(n) + " nodes along each axis",
+                 n_nodes * (sizeof(Vector3) + 2.0 * sizeof(double)));
   const BoundingBox box(locs);
   const CartesianGrid grid(box.size(), {n, n, n}, box.lower(), {90.0, 0.0, 0.0});
   auto lattice = std::make_shared<Lattice>();

@@ -2,6 +2,7 @@
 
 #include "core/arguments.h"
 #include "core/interrupt.h"
+#include "core/memory_limit.h"
 #include "core/random.h"
 #include "core/truncation.h"
 #include "core/vector_cosine.h"
@@ -21,6 +22,7 @@
 #include <limits>
 #include <memory>
 #include <numbers>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -258,16 +260,16 @@ CellLineOrNoise cell_line(const PointColumns& locs, const Vector3& v, RandomEngi
   return {std::move(line), 0};
 }
 
-CellLineOrNoise spherical_line_simulator(const PointColumns& locs, const Vector3& v, std::int64_t seed,
-                               InterruptPoller& poll) {
+CellLineOrNoise spherical_line_simulator(const PointColumns& locs, const Vector3& v,
+                                         std::int64_t seed, InterruptPoller& poll) {
   RandomEngine rng = seeded_engine(seed);
   return cell_line(
       locs, v, rng, [](RandomEngine& engine) { return uniform(engine) < 0.5; }, poll);
 }
 
 // The line's own scale makes the exponential of many sawtooths; a third of the lines have none.
-CellLineOrNoise exponential_line_simulator(const PointColumns& locs, const Vector3& v, std::int64_t seed,
-                                 InterruptPoller& poll) {
+CellLineOrNoise exponential_line_simulator(const PointColumns& locs, const Vector3& v,
+                                           std::int64_t seed, InterruptPoller& poll) {
   constexpr double third = 0.3333333333333333;
   RandomEngine rng = seeded_engine(seed);
   const double w = 3.0 * uniform(rng);
@@ -326,6 +328,8 @@ SpatialFunction create_tbsim_simulator(const Locations& locs, const Covariance& 
                                        std::int64_t seed, int n) {
   require_covered(locs);
   require_positive_count("n", n);
+  require_memory(std::to_string(n) + " lines",
+                 n * static_cast<double>(sizeof(Vector3) + sizeof(CellLine)));
   RandomEngine rng = seeded_engine(seed);
   const Locations directions =
       generate_random_semisphere(n, static_cast<std::int64_t>(rng() % 99999999U));

@@ -1,3 +1,4 @@
+#include "core/interrupt.h"
 #include "simulation/fft_array.h"
 #include "simulation/masked_variogram.h"
 
@@ -102,6 +103,17 @@ TEST(FftArray, WrapsNegativeIndicesAndRefusesImpossibleSizes) {
   EXPECT_THROW(array({1 << 30, 1 << 30, 1 << 30}, 0.0), std::bad_alloc);
   array large({4, 4, 4}, 0.0);
   EXPECT_THROW(large.backward(c), std::invalid_argument);
+}
+
+TEST(FftArray, LeavesALongTransformWhenTheUserWishesToStop) {
+  const array values({256, 256, 256}, 2.0);
+  complex_array spectrum(3);
+  set_interrupt_check([] { throw std::runtime_error("stop"); });
+  EXPECT_THROW(spectrum.forward(values), std::runtime_error);
+  set_interrupt_check(nullptr);
+  EXPECT_EQ(spectrum.size(), 3);
+  spectrum.forward(values);
+  EXPECT_NEAR(spectrum(0).real(), 2.0 * 256 * 256 * 256, 1e-3);
 }
 
 TEST(MaskedVariogram, IsThatOfAllPairs) {
