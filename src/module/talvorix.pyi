@@ -815,7 +815,8 @@ class SimulatorGenerator:
         nx, ny, nz : int
             Nodes along the axes of the lattice of the Fourier integral method.
         n : int, default 128
-            The three of them in one.
+            The three of them in one. Three integers after `seed` are read as `nx`, `ny` and `nz`: name
+            `n_base_simulation_points` after a single count.
         n_threads : int, default 0
             Number of threads; 0 stands for all. Phases depend on it, as in `FIM`.
         n_base_simulation_points : int, default 100
@@ -900,7 +901,8 @@ class SimulatorGenerator:
         n : int, default 600
             Number of lines.
         n_threads : int, default 0
-            Number of threads; 0 stands for all. The result does not depend on it.
+            Number of threads; 0 stands for all. The result does not depend on it, unless lines fall back to
+            white noise as in `TBSIM`.
 
         Returns
         -------
@@ -1711,7 +1713,7 @@ def FIM(
 
     The lattice should resolve the ranges and be long beside them: the covariance of a field is that of
     the structure repeated with the lattice's lengths, and what of it reaches beyond half of them is
-    lost.
+    lost. See the notes for the part of the variance that is missing.
 
     Parameters
     ----------
@@ -1744,6 +1746,19 @@ def FIM(
         When `corners` is empty.
     MemoryError
         When the lattice does not fit into memory.
+
+    Notes
+    -----
+    Phases are drawn for the half of the spectrum that a real field needs, without regard to the entries
+    in it that mirror each other: those of frequency 0 along the third axis and, when `nz` is even, of
+    the highest one. Only half of the variance of these reaches the field. What is missing, in parts of
+    the sill, is about a third (exponential) to a half (gaussian) of a range over the length of the
+    lattice along the third axis. When `nz` is 1, as for `corners` in one level, half of the sill is:
+    multiply such a field by the root of 2.
+
+    The correlation of spherical, gaussian and exponential structures is read from a table of steps of
+    1/2000000 of the range, one for each of the three types in the process, which the first structure
+    of the type fills. A structure of `generate_covariances` counts as spherical, whatever its kernel.
 
     References
     ----------
@@ -1912,6 +1927,8 @@ def TBSIM(
     ------
     ValueError
         When `corners` is empty or `n` is below 1.
+    MemoryError
+        When the lines do not fit into memory.
 
     Notes
     -----
@@ -3395,6 +3412,7 @@ def set_fft_n_threads(n_threads: _Integer = 0) -> None:
         The wanted count, as `check_n_threads` reads it.
     """
 
+@overload
 def simulate(
     estimator: Estimator,
     target_locs: _Locations,
@@ -3421,6 +3439,9 @@ def simulate(
     data : list of float, or array of shape (m,)
     simulator : SpatialFunction
         The unconditional field. All randomness is in it.
+    simulators : list of SpatialFunction
+        In the second form, a field for each of several realisations. Kriging then weighs the data once
+        for all of them.
     n_threads : int, default 0
         Number of threads; 0 stands for all. The result does not depend on it, unless the field has a
         nugget.
@@ -3428,7 +3449,8 @@ def simulate(
     Returns
     -------
     list of float
-        One value for each target; NaN where the estimate is.
+        One value for each target; NaN where the estimate is. In the second form a list of such lists,
+        one for each field.
 
     Raises
     ------
@@ -3441,6 +3463,16 @@ def simulate(
     69(5), 673-687.
     """
 
+@overload
+def simulate(
+    estimator: Estimator,
+    target_locs: _Locations,
+    neighborhood: Neighborhood,
+    data_locs: _Locations,
+    data: _Values,
+    simulators: Sequence[SpatialFunction],
+    n_threads: _Integer = 0,
+) -> list[list[float]]: ...
 def sort_matrix3d(T: _Matrix, orthogonalize: bool = True) -> NDArray[np.float64]:
     """Put the rows of an anisotropy matrix in order of ascending length, the longest range first.
 

@@ -190,7 +190,8 @@ seed : int
 nx, ny, nz : int
     Nodes along the axes of the lattice of the Fourier integral method.
 n : int, default 128
-    The three of them in one.
+    The three of them in one. Three integers after `seed` are read as `nx`, `ny` and `nz`: name
+    `n_base_simulation_points` after a single count.
 n_threads : int, default 0
     Number of threads; 0 stands for all. Phases depend on it, as in `FIM`.
 n_base_simulation_points : int, default 100
@@ -218,7 +219,8 @@ corners, cov, covs, seed, n_base_simulation_points
 n : int, default 600
     Number of lines.
 n_threads : int, default 0
-    Number of threads; 0 stands for all. The result does not depend on it.
+    Number of threads; 0 stands for all. The result does not depend on it, unless lines fall back to
+    white noise as in `TBSIM`.
 
 Returns
 -------
@@ -423,7 +425,7 @@ lower node: its values change in steps. Beyond the lattice its edge goes on.
 
 The lattice should resolve the ranges and be long beside them: the covariance of a field is that of
 the structure repeated with the lattice's lengths, and what of it reaches beyond half of them is
-lost.
+lost. See the notes for the part of the variance that is missing.
 
 Parameters
 ----------
@@ -456,6 +458,19 @@ ValueError
     When `corners` is empty.
 MemoryError
     When the lattice does not fit into memory.
+
+Notes
+-----
+Phases are drawn for the half of the spectrum that a real field needs, without regard to the entries
+in it that mirror each other: those of frequency 0 along the third axis and, when `nz` is even, of
+the highest one. Only half of the variance of these reaches the field. What is missing, in parts of
+the sill, is about a third (exponential) to a half (gaussian) of a range over the length of the
+lattice along the third axis. When `nz` is 1, as for `corners` in one level, half of the sill is:
+multiply such a field by the root of 2.
+
+The correlation of spherical, gaussian and exponential structures is read from a table of steps of
+1/2000000 of the range, one for each of the three types in the process, which the first structure
+of the type fills. A structure of `generate_covariances` counts as spherical, whatever its kernel.
 
 References
 ----------

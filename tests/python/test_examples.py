@@ -17,6 +17,7 @@ ROOT = Path(__file__).resolve().parents[2]
 SCRIPT = ROOT / "examples" / "estimate_drillholes.py"
 VARIOGRAM = SCRIPT.with_name("variogram.py")
 ANISOTROPY = SCRIPT.with_name("find_anisotropy.py")
+SIMULATION = SCRIPT.with_name("simulate_deposit.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -266,6 +267,48 @@ def test_anisotropy_draws_shadows_and_cross_validates_an_exact_field(monkeypatch
     assert exact.error < 0.6 * blurred.error and exact.correlation > 0.95
 
 
+def test_simulation_runs_from_nothing_and_repeats_from_its_table(tmp_path):
+    options = ["--cells", "14 12 8", "--size", "50 50 47.5", "--cutoff", 1.5]
+    first, again, model = tmp_path / "first", tmp_path / "again", SCRIPT.with_name("campaign.toml")
+    printed = run_script("--out", first, "--realisations", 4, *options, script=SIMULATION)
+    options += ["--model", model, "--out", again, "--realisations", 3, "--threads", 1]
+    run_script(first / "composites.csv", *options, script=SIMULATION)
+    differences = re.search(r"at the samples: (\S+) of scores, (\S+) of values", printed).groups()
+    assert max(map(float, differences)) < 1e-9
+    full, less = (np.load(folder / "realisations.npz") for folder in (first, again))
+    cubes = full["realisations"]
+    assert cubes.shape == (4, 14, 12, 8) and np.isfinite(cubes).any()
+    np.testing.assert_array_equal(cubes[:3], less["realisations"])
+    rows = np.genfromtxt(first / "summary.csv", delimiter=",", names=True)
+    inside = np.isfinite(cubes[0])
+    for name, of_cells in (("probability", cubes > 1.5), ("mean", cubes), ("std", cubes)):
+        expected = (of_cells.std if name == "std" else of_cells.mean)(axis=0, dtype=float)[inside]
+        np.testing.assert_allclose(rows[name], expected, rtol=1e-5)
+    assert matplotlib.image.imread(first / "simulation.png").std() > 0.05
+
+
+def test_realisations_honour_samples_and_vary_as_kriging_says(monkeypatch):
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script, jobs = (importlib.import_module(path.stem) for path in (SIMULATION, SCRIPT))
+    ball, rng = talvorix.Ellipsoid(30, 30, 30, 0, 0, 0), np.random.default_rng(8)
+    model = [talvorix.Covariance.nugget(0.4), talvorix.Covariance.spherical(0.6, ball)]
+    grid = talvorix.CartesianGrid(number_of_cells=(5, 5, 1), cell_size=(7, 7, 7), origin=(0, 0, 0))
+    cells = script.Cells(grid, np.full(25, True), np.asarray(grid))
+    places = np.concatenate([cells.centres[:5], rng.uniform(0, 28, (30, 3)) * [1, 1, 0.1]])
+    scores, limits = rng.standard_normal(35), {"max_octant": 0, "max_per_hole": 0}
+    samples = jobs.Composites(places, scores, np.zeros(35, np.int32))
+    normal = script.NormalScores(scores, ([-99.0, 99.0], [-99.0, 99.0]))
+    job = jobs.Job({}, model, ball, limits, grid, [], 2, None)
+    simulation = script.Simulation(model, "turning-bands", 800, 0, 5, 35)
+    values = script.simulate(simulation, cells, samples, normal, job, 1).values
+    assert abs(values[:, :5] - scores[:5]).max() < 1e-6
+    kriging = talvorix.compute_simple_kriging, grid, places, scores, model, 0.0
+    estimates, variances = kriging[0](*kriging[1:], talvorix.Neighborhood(places), 35)
+    off = (values.mean(axis=0) - estimates)[5:] / np.sqrt(np.array(variances[5:]) / 800)
+    assert max(abs(off)) < 4 and 0.7 < off.std() < 1.3
+    assert np.mean(values.var(axis=0)[5:] / variances[5:]) == pytest.approx(1, abs=0.03)
+
+
 HEADER = "x,y,z,grade,hole"
 ROWS = [f"{x},{x % 3},{-x},{x / 10},DH-{x % 4}" for x in range(20)]
 GOOD = {"--structure": "spherical 1 9 9 9", "--search": "9 9 9"} | {
@@ -361,6 +404,25 @@ def test_anisotropy_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, 
     message = capsys.readouterr().err
     assert [piece for piece in expected if piece not in message] == []
     assert not Path("out").exists()
+
+
+@pytest.mark.parametrize(
+    ("options", "expected"),
+    [
+        (["--cutoff=nan"], ["cutoff", "not a finite number"]),
+        (["--realisations=0"], ["realisations", "at least 1", "got 0"]),
+        (["--origin=900 0 0"], ["no sample lies within reach", "--origin"]),
+        (["--search=1 1 1"], ["search", "no cell has the 4 samples"]),
+    ],
+)
+def test_simulation_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, expected):
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(SIMULATION.stem)
+    monkeypatch.chdir(tmp_path)
+    Path("table.csv").write_text("\n".join([HEADER, *ROWS]) + "\n")
+    assert script.main(["table.csv", *(f"{k}={v}" for k, v in GOOD.items()), *options]) == 2
+    message = capsys.readouterr().err
+    assert [piece for piece in expected if piece not in message] == []
 
 
 def test_missing_table_fails_as_a_command(tmp_path):

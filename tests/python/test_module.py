@@ -119,6 +119,12 @@ LONG_CALLS = {
     "a search that keeps the interpreter": "t.optimize_covariance([covs], of_idw(), 2**30)",
     "slow callbacks": "t.optimize_covariance([covs], slow, 2**30)",
     "slow callbacks elsewhere": "t.optimize_covariance([covs] * 99, slow_elsewhere, n_threads=2)",
+    "turning bands": "t.TBSIM(X, covs, 1, 2**20)",
+    "a field of turning bands": "t.TBSIM(X, covs, 1, 5000).simulate(many)",
+    "a field of Fourier integrals": "t.FIM([[0, 0, 0], [1, 1, 1]], covs, 1, 500)",
+    "a field to be turned": "t.SimulatorGenerator.TBSIM(X, covs, 1, 600, 0, 200)",
+    "a conditioned field": "t.simulate(t.IDW(), many, n, X, z, t.TBSIM(X, covs, 1, 5000))",
+    "local fields": "t.unconditional_ensemble_simulation(many, local, bands, 0.9, 2, 1)",
     # Shapes for which no draw is ever accepted.
     "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
     "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
@@ -141,7 +147,7 @@ slow = t.CovarianceErrorFunction.Custom(lambda model, n_threads: time.sleep(0.02
 slow_elsewhere = t.CovarianceErrorFunction.Custom(
     lambda model, n_threads: time.sleep(0.3 * (threading.get_ident() != here)) or 1.0
 )
-local = t.LocalCovariances(X, [covs] * len(X), z)
+local = t.LocalCovariances(X, [covs] * len(X), z); bands = t.SimulatorFactory.TBSIM(X, 2)
 print("ready", flush=True)
 try:
     {call}
@@ -193,6 +199,8 @@ def test_a_forked_child_can_work_in_parallel():
 def test_more_than_memory_holds_is_an_exception():
     with pytest.raises(MemoryError):
         talvorix.CartesianGrid((1, 1, 1), (2**20, 2**20, 2**14))
+    with pytest.raises(MemoryError):
+        talvorix.FIM([[0, 0, 0], [1, 1, 1]], talvorix.Covariance.nugget(1), 1, 2**31 - 1)
 
 
 @pytest.mark.quick
@@ -231,6 +239,9 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.CovarianceErrorFunction)([]),
         lambda: talvorix.optimize_covariance([[]], raw(talvorix.CovarianceErrorFunction)),
         lambda: raw(talvorix.EllipsoidOptimizationParameters).seed,
+        lambda: raw(talvorix.SimulatorGenerator)(1),
+        lambda: raw(talvorix.SimulatorFactory)([], 1),
+        lambda: talvorix.SimulatorGenerator.Pool([raw(talvorix.SpatialFunction)]),
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):

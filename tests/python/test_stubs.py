@@ -83,6 +83,10 @@ model, half = talvorix.optimize_covariance(models, measure, 3, 3, debug=False)
 settings = talvorix.EllipsoidOptimizationParameters(n_rays=9, max_partitions_size=20, tol=1)
 settings.max_nei_size, settings.max_partition_size = 8, settings.max_partition_size + 5
 ellipsoid, half = talvorix.optimize_ellipsoid(table, values, Kernel.spherical, 0.1, 1, settings)
+fields = [talvorix.FIM(triples, model, np.int64(3), 4, 5, 6), talvorix.TBSIM(table, nugget, -1)]
+field = talvorix.SimulatorGenerator.Pool(fields)(2)
+factory = talvorix.SimulatorFactory.TBSIM(table, n=9)
+estimates += talvorix.simulate(simple, triples, around, table, values, factory(tuple(model), 1))
 """
 WRONG = """\
 Kernel()
@@ -118,6 +122,9 @@ talvorix.CovarianceErrorFunction.Custom(3)
 talvorix.optimize_covariance([model], max)
 talvorix.EllipsoidOptimizationParameters(max_partition_size=20)
 talvorix.EllipsoidOptimizationParameters().n_rays = 2.5
+talvorix.TBSIM(table, model, 1, 2.5)
+talvorix.SimulatorFactory.TBSIM(table)(nugget, 1)
+talvorix.SimulatorGenerator.Pool([max])
 """
 
 
