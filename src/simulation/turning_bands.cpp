@@ -46,6 +46,7 @@ class LocationBlock {
         lower_[axis] = coordinate < lower_[axis] ? coordinate : lower_[axis];
         upper_[axis] = coordinate > upper_[axis] ? coordinate : upper_[axis];
       }
+      zero_if_finite_ += 0.0 * (x_[i] + y_[i] + z_[i]);
     }
   }
 
@@ -61,8 +62,16 @@ class LocationBlock {
     return {v.dot(middle) - half, v.dot(middle) + half};
   }
 
+  // Whether all locations are numbers and rounding changes v . x by far less than 1.
+  bool is_exact_along(const Vector3& v) const {
+    constexpr double most = 1e12;
+    return zero_if_finite_ == 0.0 &&
+           v.cwiseAbs().dot(lower_.cwiseAbs().cwiseMax(upper_.cwiseAbs())) < most;
+  }
+
  private:
   std::size_t size_;
+  double zero_if_finite_ = 0.0;
   alignas(64) std::array<double, capacity> x_;
   alignas(64) std::array<double, capacity> y_;
   alignas(64) std::array<double, capacity> z_;
@@ -136,45 +145,78 @@ struct CellLine {
   }
 }
 
-[[gnu::noinline]] void add_line(const CellLine& line, const LocationBlock& block,
-                                double* __restrict sums) {
-  const double* __restrict x = block.x();
-  const double* __restrict y = block.y();
-  const double* __restrict z = block.z();
-  const double v[3] = {line.v[0], line.v[1], line.v[2]};
-  const double offset = line.offset;
-  const double last = line.last_cell;
-  const std::size_t n = block.size();
-  // Adding this to a whole number from 0 on leaves the number in the low bits.
-  constexpr double whole_number_shift = 0x1p52;
-  const auto cell = [last](double t) {
-    const double i = std::floor(t) + 1.0;
-    const double from_first = i > 0.0 ? i : 0.0;
-    return from_first < last ? from_first : last;
-  };
-  const auto with_sign = [](double f, std::uint64_t sign_bit) {
-    return std::bit_cast<double>(std::bit_cast<std::uint64_t>(f) ^ sign_bit << 63);
-  };
+// What turns locations into sawtooths: where along the line they are, and the sign of their cell.
+struct CellLoop {
+  double v[3];
+  double minus_offset;
+  double last;
+
+  double along(double x, double y, double z) const {
+    return v[0] * x + (v[1] * y + (v[2] * z + minus_offset));
+  }
+  // With signs(cell) a word whose lowest bit is the sign. Cells beyond the ends are only looked for
+  // if there may be any.
+  template <bool is_inside, class Signs>
+  void run(const LocationBlock& block, const Signs& signs, double* __restrict sums) const {
+    const double* __restrict x = block.x();
+    const double* __restrict y = block.y();
+    const double* __restrict z = block.z();
+    const CellLoop own = *this;
+    for (std::size_t k = 0; k < block.size(); ++k) {
+      const double t = own.along(x[k], y[k], z[k]);
+      double i = std::floor(t) + 1.0;
+      if constexpr (!is_inside) {
+        const double from_first = i > 0.0 ? i : 0.0;
+        i = from_first < own.last ? from_first : own.last;
+      }
+      const double f = t - i + 0.5;
+      sums[k] += std::bit_cast<double>(std::bit_cast<std::uint64_t>(f) ^ signs(i) << 63);
+    }
+  }
+};
+
+// Adding this to a whole number from 0 on leaves the number in the low bits.
+constexpr double whole_number_shift = 0x1p52;
+
+template <bool is_inside>
+[[gnu::noinline]] void add_line_of_one_word(const CellLoop& loop, const LocationBlock& block,
+                                            std::uint64_t word, double first,
+                                            double* __restrict sums) {
+  const double shift = whole_number_shift - first;
+  loop.run<is_inside>(
+      block,
+      [word, shift](double i) { return word >> (std::bit_cast<std::uint64_t>(i + shift) & 63U); },
+      sums);
+}
+
+template <bool is_inside>
+[[gnu::noinline]] void add_line_of_words(const CellLoop& loop, const LocationBlock& block,
+                                         const std::uint64_t* __restrict words,
+                                         double* __restrict sums) {
+  loop.run<is_inside>(
+      block,
+      [words](double i) {
+        const auto bit = std::bit_cast<std::uint64_t>(i + whole_number_shift) & 0xfffffU;
+        return words[bit >> 6] >> (bit & 63U);
+      },
+      sums);
+}
+
+void add_line(const CellLine& line, const LocationBlock& block, double* __restrict sums) {
+  const CellLoop loop{{line.v[0], line.v[1], line.v[2]}, -line.offset, line.last_cell};
   const auto [low, high] = block.bounds_along(line.v);
-  const double first = std::max(line.cell(low - offset) - 1.0, 0.0);
-  if (line.cell(high - offset) + 1.0 - first < 64.0) {
+  const double first = std::max(line.cell(low - line.offset) - 1.0, 0.0);
+  const bool is_inside = block.is_exact_along(line.v) && low - line.offset > -0.5 &&
+                         high - line.offset < line.last_cell - 0.5;
+  if (line.cell(high - line.offset) + 1.0 - first < 64.0) {
     // All signs of the block fit into one word.
     const std::uint64_t word = line.signs_from(static_cast<std::uint64_t>(first));
-    for (std::size_t k = 0; k < n; ++k) {
-      const double t = v[0] * x[k] + v[1] * y[k] + v[2] * z[k] - offset;
-      const double i = cell(t);
-      const auto bit = std::bit_cast<std::uint64_t>(i - first + whole_number_shift) & 63U;
-      sums[k] += with_sign(t - i + 0.5, word >> bit);
-    }
+    (is_inside ? add_line_of_one_word<true> : add_line_of_one_word<false>)(loop, block, word, first,
+                                                                           sums);
     return;
   }
-  const std::uint64_t* __restrict signs = line.signs.data();
-  for (std::size_t k = 0; k < n; ++k) {
-    const double t = v[0] * x[k] + v[1] * y[k] + v[2] * z[k] - offset;
-    const double i = cell(t);
-    const auto bit = std::bit_cast<std::uint64_t>(i + whole_number_shift) & 0xfffffU;
-    sums[k] += with_sign(t - i + 0.5, signs[bit >> 6] >> (bit & 63U));
-  }
+  (is_inside ? add_line_of_words<true> : add_line_of_words<false>)(loop, block, line.signs.data(),
+                                                                   sums);
 }
 
 // Lines of one kind, whose values are scaled once they are summed up.
