@@ -18,6 +18,16 @@ inline void require_equal_lengths(const char* name, std::size_t length, const ch
   }
 }
 
+// Throws std::out_of_range when a list ends before the one that it is read along with.
+inline void require_reach_of(const char* name, std::size_t length, const char* other_name,
+                             std::size_t other_length) {
+  if (length < other_length) {
+    throw std::out_of_range(std::string(name) + " has " + std::to_string(length) +
+                            " entries but " + other_name + " has " +
+                            std::to_string(other_length) + "; it must have as many");
+  }
+}
+
 // Throws std::invalid_argument when a count is negative; returns it unsigned otherwise.
 inline std::size_t require_count(const char* name, long long count) {
   if (count < 0) {
