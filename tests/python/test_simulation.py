@@ -91,7 +91,7 @@ def assert_within_five_standard_errors(samples, expected):
 
 
 def test_covariance_of_exponential_lines():
-    """It is not the exponential model: signs are plus in 5 cells of 6, which adds a periodic part."""
+    """Not of the exponential model: signs are plus in 5 cells of 6, which adds a periodic part."""
     p, h = (np.arange(1000) + 0.5) / 1000, np.array([0, 0.2, 0.45, 0.7, 1, 1.6])
     scales = np.array([*(stats.gamma(a, scale=1 / 3).ppf(p) for a in (3, 2)), p**0])
     lag = h[:, None, None, None] * p / scales[..., None]
