@@ -105,10 +105,9 @@ class JetMatrix {
     Dense dense(static_cast<Eigen::Index>(size()), static_cast<Eigen::Index>(rows_[0].size()));
     for (std::size_t i = 0; i < size(); ++i) {
       if (rows_[i].size() < rows_[0].size()) {
-        throw std::invalid_argument("row " + std::to_string(i) + " of the matrix has " +
-                                    std::to_string(rows_[i].size()) +
-                                    " entries, but the first one has " +
-                                    std::to_string(rows_[0].size()));
+        throw std::invalid_argument(
+            "row " + std::to_string(i) + " of the matrix has " + std::to_string(rows_[i].size()) +
+            " entries, but the first one has " + std::to_string(rows_[0].size()));
       }
       for (std::size_t j = 0; j < rows_[0].size(); ++j) {
         dense(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)) = rows_[i][j];

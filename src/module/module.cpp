@@ -104,12 +104,17 @@ void register_families(py::module_& m) {
   register_variogram_module(m);
   register_kfold_module(m);
   register_optimization_module(m);
+  register_algebra_module(m);
+  register_ceres_module(m);
 }
 
 // An object made by __new__ alone holds no value. Where one is asked for, the binding library would
 // hand out raw memory in its place.
 void refuse_objects_without_value(const py::module_& m) {
   for (const auto& [name, thing] : m.attr("__dict__").cast<py::dict>()) {
+    if (py::isinstance<py::module_>(thing)) {
+      refuse_objects_without_value(thing.cast<py::module_>());
+    }
     if (PyType_Check(thing.ptr()) == 0) {
       continue;
     }

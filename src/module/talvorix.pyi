@@ -9,6 +9,11 @@ import numpy as np
 from numpy.typing import NDArray
 from typing_extensions import Never
 
+from . import algebra as algebra
+from . import ast as ast
+from . import ceres as ceres
+from . import jet as jet
+
 _Integer: TypeAlias = int | np.integer[Any]
 _Real: TypeAlias = float | np.floating[Any] | np.integer[Any] | np.bool_
 

@@ -1,0 +1,298 @@
+#include "algebra/program.h"
+
+#include "algebra/traversal.h"
+
+#include <numeric>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+namespace talvorix::ast {
+
+namespace {
+
+// Thrown where a graph cannot be a program.
+struct NotAProgram : std::runtime_error {
+  NotAProgram() : std::runtime_error("the graph can only be evaluated node by node") {}
+};
+
+double constant_of(double value) { return value; }
+
+double constant_of(const Jet& value) {
+  if (!value.v.isZero(0.0)) {
+    throw NotAProgram();
+  }
+  return value.a;
+}
+
+}  // namespace
+
+// The domain in which graphs are compiled: cells hold references to what will stand in them.
+template <class T>
+class References {
+ public:
+  using Scalar = Program::Reference;
+  using List = std::vector<Program::Reference>;
+  using Node = Expression<T>;
+
+  explicit References(std::size_t n_inputs) : program_(std::make_unique<Program>()) {
+    program_->n_inputs_ = n_inputs;
+  }
+
+  // Before the traversal: the cell of a variable starts as these inputs.
+  void bind(Node& variable, Program::Reference first, std::size_t count, bool is_row) {
+    Cell& cell = cells_[&variable];
+    if (variable.shape() == Shape::scalar) {
+      if (count == 0) {
+        throw NotAProgram();
+      }
+      cell.scalar = first;
+      cell.has_scalar = true;
+      return;
+    }
+    if (is_row) {
+      cell.list.clear();
+      for (std::size_t i = 0; i < count; ++i) {
+        cell.list.push_back(first + static_cast<Program::Reference>(i));
+      }
+    } else {
+      cell.list = constants(variable.list());
+      if (cell.list.empty()) {
+        throw NotAProgram();
+      }
+      cell.list[0] = first;
+      kept_lists_[&variable] = cell.list;
+    }
+    cell.has_list = true;
+  }
+
+  std::unique_ptr<Program> finish(Scalar result) {
+    for (const auto& [node, cell] : cells_) {
+      // The next evaluation has to find what this one found.
+      if (cell.has_shape && cell.shape != node->shape()) {
+        throw NotAProgram();
+      }
+    }
+    for (const auto& [node, list] : kept_lists_) {
+      if (cells_[node].list != list) {
+        throw NotAProgram();
+      }
+    }
+    program_->result_ = result;
+    return std::move(program_);
+  }
+
+  Scalar scalar(Node& node) {
+    Cell& cell = cells_[&node];
+    if (!cell.has_scalar) {
+      cell.scalar = constant(node.scalar());
+      cell.has_scalar = true;
+      cell.read_scalar = true;
+    }
+    return cell.scalar;
+  }
+  List list(Node& node) {
+    Cell& cell = cells_[&node];
+    if (!cell.has_list) {
+      cell.list = constants(node.list());
+      cell.has_list = true;
+      cell.read_list = true;
+    }
+    return cell.list;
+  }
+  Shape shape(const Node& node) const {
+    const auto cell = cells_.find(const_cast<Node*>(&node));
+    return cell != cells_.end() && cell->second.has_shape ? cell->second.shape : node.shape();
+  }
+  bool set_shape(Node& node, Shape shape) {
+    const bool changed = this->shape(node) != shape;
+    Cell& cell = cells_[&node];
+    cell.shape = shape;
+    cell.has_shape = true;
+    return changed;
+  }
+  bool store(Node& node, Scalar value) {
+    Cell& cell = cells_[&node];
+    if (cell.read_scalar) {
+      throw NotAProgram();
+    }
+    cell.scalar = value;
+    cell.has_scalar = true;
+    return set_shape(node, Shape::scalar);
+  }
+  bool store(Node& node, List values) {
+    Cell& cell = cells_[&node];
+    if (cell.read_list) {
+      throw NotAProgram();
+    }
+    cell.list = std::move(values);
+    cell.has_list = true;
+    return set_shape(node, Shape::list);
+  }
+  std::uint64_t& computed(Node& node, Shape shape) {
+    Cell& cell = cells_[&node];
+    return shape == Shape::scalar ? cell.scalar_computed : cell.list_computed;
+  }
+  std::uint64_t next_stretch() { return ++stretch_; }
+
+  Scalar number(const T& value) { return constant(value); }
+  List numbers(const JetList<T>& values) { return constants(values); }
+  Scalar add(Scalar left, Scalar right) { return emit(Program::Code::add, left, right); }
+  Scalar subtract(Scalar left, Scalar right) { return emit(Program::Code::subtract, left, right); }
+  Scalar multiply(Scalar left, Scalar right) { return emit(Program::Code::multiply, left, right); }
+  Scalar divide(Scalar left, Scalar right) { return emit(Program::Code::divide, left, right); }
+  List add(const List& left, const List& right) {
+    return each(Program::Code::add, left, [&](std::size_t i) { return right.at(i); });
+  }
+  List subtract(const List& left, const List& right) {
+    return each(Program::Code::subtract, left, [&](std::size_t i) { return right.at(i); });
+  }
+  List scaled(const List& list, Scalar factor) {
+    return each(Program::Code::multiply, list, [&](std::size_t) { return factor; });
+  }
+  List divided(const List& list, Scalar divisor) {
+    return each(Program::Code::divide, list, [&](std::size_t) { return divisor; });
+  }
+  Scalar dot(const List& left, const List& right) {
+    Scalar sum = plain_constant(0.0);
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      sum = add(sum, multiply(left[i], right.at(i)));
+    }
+    return sum;
+  }
+  Scalar sum_of_squares(const List& list) { return dot(list, list); }
+  Scalar norm(const List& list) {
+    const Scalar squares = sum_of_squares(list);
+    return emit(Program::Code::root, squares, squares);
+  }
+  List list_of(Scalar value) { return {value}; }
+
+ private:
+  struct Cell {
+    Scalar scalar = 0;
+    List list;
+    Shape shape = Shape::scalar;
+    bool has_scalar = false;
+    bool has_list = false;
+    bool has_shape = false;
+    // Whether what the node holds at present was read: then nothing may be stored.
+    bool read_scalar = false;
+    bool read_list = false;
+    std::uint64_t scalar_computed = 0;
+    std::uint64_t list_computed = 0;
+  };
+
+  template <class Right>
+  List each(Program::Code code, const List& left, const Right& right) {
+    List result;
+    result.reserve(left.size());
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      result.push_back(emit(code, left[i], right(i)));
+    }
+    return result;
+  }
+
+  Scalar constant(const T& value) { return plain_constant(constant_of(value)); }
+  List constants(const JetList<T>& values) {
+    List result;
+    result.reserve(values.size());
+    for (const T& value : values) {
+      result.push_back(constant(value));
+    }
+    return result;
+  }
+  Scalar plain_constant(double value) {
+    require_room(program_->constants_.size());
+    program_->constants_.push_back(value);
+    return -static_cast<Scalar>(program_->constants_.size());
+  }
+
+  Scalar emit(Program::Code code, Scalar left, Scalar right) {
+    if (left < 0 && right < 0) {
+      double result = 0.0;
+      Program::calculate(code, value_of(left), value_of(right), result);
+      return plain_constant(result);
+    }
+    // 0 + x, with which sums begin, is x.
+    if (code == Program::Code::add && left < 0 && value_of(left) == 0.0) {
+      return right;
+    }
+    require_room(program_->instructions_.size());
+    program_->instructions_.push_back({code, left, right});
+    return static_cast<Scalar>(program_->n_inputs_ + program_->instructions_.size() - 1);
+  }
+  double value_of(Scalar reference) const {
+    return program_->constants_[static_cast<std::size_t>(-1 - reference)];
+  }
+
+  static void require_room(std::size_t size) {
+    constexpr std::size_t longest = std::size_t{1} << 20;
+    if (size >= longest) {
+      throw NotAProgram();
+    }
+  }
+
+  std::unique_ptr<Program> program_;
+  std::unordered_map<Node*, Cell> cells_;
+  std::unordered_map<Node*, List> kept_lists_;
+  std::uint64_t stretch_ = 0;
+};
+
+namespace {
+
+// traverse(traversal, references) gives the reference of the result.
+template <class T, class Traverse>
+std::unique_ptr<Program> compile_bound(const std::vector<std::shared_ptr<Variable<T>>>& variables,
+                                       const InputRows& rows, PollRef poll,
+                                       const Traverse& traverse) {
+  constexpr std::size_t most_inputs = 30000;
+  const std::size_t n_inputs =
+      std::accumulate(rows.lengths.begin(), rows.lengths.end(), std::size_t{0});
+  if (rows.lengths.size() > variables.size() || n_inputs > most_inputs) {
+    return nullptr;
+  }
+  try {
+    References<T> references(n_inputs);
+    Program::Reference first = 0;
+    for (std::size_t i = 0; i < rows.lengths.size(); ++i) {
+      references.bind(*variables[i], first, rows.lengths[i], !rows.are_scalars);
+      first += static_cast<Program::Reference>(rows.lengths[i]);
+    }
+    Traversal<T, References<T>> traversal(references, poll);
+    return references.finish(traverse(traversal, references));
+  } catch (const std::runtime_error&) {
+  } catch (const std::out_of_range&) {
+  }
+  // If anything is wrong with the graph, evaluating it will say what.
+  return nullptr;
+}
+
+}  // namespace
+
+template <class T>
+std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll) {
+  Expression<T>& expression = *function.expression();
+  return compile_bound(function.arguments(), rows, poll, [&](auto& traversal, auto& references) {
+    return expression.shape() == Shape::scalar ? traversal.scalar(expression)
+                                               : references.norm(traversal.list(expression));
+  });
+}
+
+template <class T>
+std::unique_ptr<Program> compile(Expression<T>& expression,
+                                 const std::vector<std::shared_ptr<Variable<T>>>& variables,
+                                 const InputRows& rows, PollRef poll) {
+  return compile_bound(variables, rows, poll,
+                       [&](auto& traversal, auto&) { return traversal.scalar(expression); });
+}
+
+template std::unique_ptr<Program> compile(const Function<double>&, const InputRows&, PollRef);
+template std::unique_ptr<Program> compile(const Function<Jet>&, const InputRows&, PollRef);
+template std::unique_ptr<Program> compile(Expression<double>&,
+                                          const std::vector<std::shared_ptr<Variable<double>>>&,
+                                          const InputRows&, PollRef);
+template std::unique_ptr<Program> compile(Expression<Jet>&,
+                                          const std::vector<std::shared_ptr<Variable<Jet>>>&,
+                                          const InputRows&, PollRef);
+
+}  // namespace talvorix::ast

@@ -1,0 +1,346 @@
+# Written by tools/make_stubs.py from the built module: correct the bindings, not this file.
+# Lines of docstrings may be too long: they were laid out for help(), further to the left.
+# ruff: noqa: E501
+
+"""Numbers, vectors and matrices, plain or with derivatives, that formulas give."""
+
+from collections.abc import Iterator, Sequence
+from typing import Any, Protocol, TypeAlias, overload, type_check_only
+
+import numpy as np
+from numpy.typing import NDArray
+
+_Integer: TypeAlias = int | np.integer[Any]
+_Real: TypeAlias = float | np.floating[Any] | np.integer[Any] | np.bool_
+
+@type_check_only
+class _RealArray(Protocol):
+    """An array of real numbers or what offers itself as one, such as columns of a table."""
+
+    def __len__(self) -> int: ...
+    def __array__(self) -> NDArray[np.floating[Any] | np.integer[Any] | np.bool_]: ...
+
+_Values: TypeAlias = Sequence[_Real] | _RealArray
+"""A sequence of numbers, or an array of shape (n,)."""
+
+class Real:
+    """A number. Its arithmetic takes and gives floats."""
+
+    def __add__(self, arg0: _Real) -> float: ...
+    def __float__(self) -> float: ...
+    def __init__(self, value: _Real) -> None:
+        """Keep a number.
+
+        Parameters
+        ----------
+        value : float
+        """
+
+    def __mul__(self, arg0: _Real) -> float: ...
+    def __radd__(self, arg0: _Real) -> float: ...
+    def __repr__(self) -> str: ...
+    def __rmul__(self, arg0: _Real) -> float: ...
+    def __rsub__(self, arg0: _Real) -> float: ...
+    def __rtruediv__(self, arg0: _Real) -> float: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: _Real) -> float: ...
+    def __truediv__(self, arg0: _Real) -> float: ...
+
+class RealVector:
+    """A list of numbers with element-wise arithmetic.
+
+    Operators walk the left operand. They raise `IndexError` where the right one is shorter and do not
+    read what it has beyond. Reflected operators do not swap: `a - b` is self - other either way.
+    """
+
+    __array_ufunc__ = None
+
+    def __add__(self, arg0: RealVector) -> RealVector: ...
+    def __getitem__(self, arg0: _Integer) -> float: ...
+    @overload
+    def __init__(self, vector: _Values) -> None:
+        """Keep a list of numbers.
+
+        Parameters
+        ----------
+        vector : list
+            Numbers, or another vector to copy.
+        """
+
+    @overload
+    def __init__(self, vector: RealVector) -> None: ...
+    def __iter__(self) -> Iterator: ...
+    def __len__(self) -> int: ...
+    @overload
+    def __mul__(self, arg0: RealVector) -> float: ...
+    @overload
+    def __mul__(self, arg0: _Real) -> RealVector: ...
+    def __radd__(self, arg0: RealVector) -> RealVector: ...
+    def __repr__(self) -> str: ...
+    @overload
+    def __rmul__(self, arg0: RealVector) -> float: ...
+    @overload
+    def __rmul__(self, arg0: _Real) -> RealVector: ...
+    def __rsub__(self, arg0: RealVector) -> RealVector: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: RealVector) -> RealVector: ...
+    def __truediv__(self, arg0: _Real) -> RealVector: ...
+    def dot(self, vector: RealVector) -> float:
+        """The sum of the squares of this vector.
+
+        Parameters
+        ----------
+        vector : vector
+            Not read: use `*` for the dot product.
+
+        Returns
+        -------
+        float or Jet
+        """
+
+    def norm(self) -> float:
+        """The Euclidean norm.
+
+        Returns
+        -------
+        float or Jet
+            0 for an empty vector.
+        """
+
+class RealMatrix:
+    """Rows of numbers with the arithmetic of matrices.
+
+    The first row tells the number of columns. Operations raise `ValueError` for rows that are shorter
+    and for shapes that do not fit, and `IndexError` when there are no rows. Reflected operators do not
+    swap: a product keeps self on the left.
+    """
+
+    __array_ufunc__ = None
+
+    def __add__(self, arg0: RealMatrix) -> RealMatrix: ...
+    def __getitem__(self, arg0: _Integer) -> RealVector: ...
+    def __init__(self, matrix: Sequence[_Values]) -> None:
+        """Keep rows of numbers.
+
+        Parameters
+        ----------
+        matrix : list of list
+        """
+
+    def __iter__(self) -> Iterator: ...
+    def __len__(self) -> int: ...
+    @overload
+    def __mul__(self, arg0: RealMatrix) -> RealMatrix: ...
+    @overload
+    def __mul__(self, arg0: _Real) -> RealMatrix: ...
+    @overload
+    def __mul__(self, arg0: RealVector) -> RealVector:
+        """The product with a matrix, a number or a vector.
+
+        With a vector it has three elements, the last ones 0 for a matrix of fewer rows; `ValueError` for
+        one of more.
+        """
+
+    def __radd__(self, arg0: RealMatrix) -> RealMatrix: ...
+    def __repr__(self) -> str: ...
+    @overload
+    def __rmul__(self, arg0: RealMatrix) -> RealMatrix: ...
+    @overload
+    def __rmul__(self, arg0: _Real) -> RealMatrix: ...
+    @overload
+    def __rmul__(self, arg0: RealVector) -> RealVector: ...
+    def __rsub__(self, arg0: RealMatrix) -> RealMatrix: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: RealMatrix) -> RealMatrix: ...
+    @overload
+    def __truediv__(self, arg0: _Real) -> RealMatrix: ...
+    @overload
+    def __truediv__(self, arg0: RealMatrix) -> RealMatrix: ...
+    @overload
+    def __truediv__(self, arg0: RealVector) -> RealMatrix:
+        """The quotient by a number; by a matrix, self times its inverse; by a vector, the inverse of self
+        times the vector, as a matrix of one column.
+        """
+
+    def inverse(self) -> RealMatrix:
+        """The inverse.
+
+        Returns
+        -------
+        matrix
+            Infinities or NaN for a singular one.
+        """
+
+    def norm(self) -> float:
+        """The root of the sum of the squares of all elements.
+
+        Returns
+        -------
+        float or Jet
+        """
+
+class Jet:
+    """A number with its derivatives by seven parameters.
+
+    Its arithmetic takes `Jet` and float and gives `Jet`; the derivatives follow the rules of calculus.
+    """
+
+    def __add__(self, arg0: Jet) -> Jet: ...
+    def __float__(self) -> float: ...
+    def __init__(self, value: _Real) -> None:
+        """Keep a number whose derivatives are 0.
+
+        Parameters
+        ----------
+        value : float
+        """
+
+    def __mul__(self, arg0: Jet) -> Jet: ...
+    def __radd__(self, arg0: Jet) -> Jet: ...
+    def __repr__(self) -> str: ...
+    def __rmul__(self, arg0: Jet) -> Jet: ...
+    def __rsub__(self, arg0: Jet) -> Jet: ...
+    def __rtruediv__(self, arg0: Jet) -> Jet: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: Jet) -> Jet: ...
+    def __truediv__(self, arg0: Jet) -> Jet: ...
+    @property
+    def derivatives(self) -> list[float]:
+        """The seven derivatives."""
+
+    @property
+    def value(self) -> float:
+        """The number."""
+
+class JetVector:
+    """A list of numbers with element-wise arithmetic.
+
+    Operators walk the left operand. They raise `IndexError` where the right one is shorter and do not
+    read what it has beyond. Reflected operators do not swap: `a - b` is self - other either way.
+    """
+
+    __array_ufunc__ = None
+
+    def __add__(self, arg0: JetVector) -> JetVector: ...
+    def __getitem__(self, arg0: _Integer) -> Jet: ...
+    @overload
+    def __init__(self, vector: Sequence[Jet]) -> None:
+        """Keep a list of numbers.
+
+        Parameters
+        ----------
+        vector : list
+            Numbers, or another vector to copy.
+        """
+
+    @overload
+    def __init__(self, vector: JetVector) -> None: ...
+    def __iter__(self) -> Iterator: ...
+    def __len__(self) -> int: ...
+    @overload
+    def __mul__(self, arg0: JetVector) -> Jet: ...
+    @overload
+    def __mul__(self, arg0: Jet) -> JetVector: ...
+    def __radd__(self, arg0: JetVector) -> JetVector: ...
+    def __repr__(self) -> str: ...
+    @overload
+    def __rmul__(self, arg0: JetVector) -> Jet: ...
+    @overload
+    def __rmul__(self, arg0: Jet) -> JetVector: ...
+    def __rsub__(self, arg0: JetVector) -> JetVector: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: JetVector) -> JetVector: ...
+    def __truediv__(self, arg0: Jet) -> JetVector: ...
+    def dot(self, vector: JetVector) -> Jet:
+        """The sum of the squares of this vector.
+
+        Parameters
+        ----------
+        vector : vector
+            Not read: use `*` for the dot product.
+
+        Returns
+        -------
+        float or Jet
+        """
+
+    def norm(self) -> Jet:
+        """The Euclidean norm.
+
+        Returns
+        -------
+        float or Jet
+            0 for an empty vector.
+        """
+
+class JetMatrix:
+    """Rows of numbers with the arithmetic of matrices.
+
+    The first row tells the number of columns. Operations raise `ValueError` for rows that are shorter
+    and for shapes that do not fit, and `IndexError` when there are no rows. Reflected operators do not
+    swap: a product keeps self on the left.
+    """
+
+    __array_ufunc__ = None
+
+    def __add__(self, arg0: JetMatrix) -> JetMatrix: ...
+    def __getitem__(self, arg0: _Integer) -> JetVector: ...
+    def __init__(self, matrix: Sequence[Sequence[Jet]]) -> None:
+        """Keep rows of numbers.
+
+        Parameters
+        ----------
+        matrix : list of list
+        """
+
+    def __iter__(self) -> Iterator: ...
+    def __len__(self) -> int: ...
+    @overload
+    def __mul__(self, arg0: JetMatrix) -> JetMatrix: ...
+    @overload
+    def __mul__(self, arg0: Jet) -> JetMatrix: ...
+    @overload
+    def __mul__(self, arg0: JetVector) -> JetVector:
+        """The product with a matrix, a number or a vector.
+
+        With a vector it has three elements, the last ones 0 for a matrix of fewer rows; `ValueError` for
+        one of more.
+        """
+
+    def __radd__(self, arg0: JetMatrix) -> JetMatrix: ...
+    def __repr__(self) -> str: ...
+    @overload
+    def __rmul__(self, arg0: JetMatrix) -> JetMatrix: ...
+    @overload
+    def __rmul__(self, arg0: Jet) -> JetMatrix: ...
+    @overload
+    def __rmul__(self, arg0: JetVector) -> JetVector: ...
+    def __rsub__(self, arg0: JetMatrix) -> JetMatrix: ...
+    def __str__(self) -> str: ...
+    def __sub__(self, arg0: JetMatrix) -> JetMatrix: ...
+    @overload
+    def __truediv__(self, arg0: Jet) -> JetMatrix: ...
+    @overload
+    def __truediv__(self, arg0: JetMatrix) -> JetMatrix: ...
+    @overload
+    def __truediv__(self, arg0: JetVector) -> JetMatrix:
+        """The quotient by a number; by a matrix, self times its inverse; by a vector, the inverse of self
+        times the vector, as a matrix of one column.
+        """
+
+    def inverse(self) -> JetMatrix:
+        """The inverse.
+
+        Returns
+        -------
+        matrix
+            Infinities or NaN for a singular one.
+        """
+
+    def norm(self) -> Jet:
+        """The root of the sum of the squares of all elements.
+
+        Returns
+        -------
+        float or Jet
+        """
