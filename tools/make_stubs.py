@@ -90,6 +90,23 @@ ALIASES |= {
     for name, (sequence, array) in HALVES.items()
 }
 
+# The numbers, vectors and matrices of the algebra are asked for where what makes them may stand.
+# The module that defines them calls them by their names alone.
+ALGEBRA = "talvorix.algebra."
+MADE_OF = {
+    "Real": "_Real",
+    "Jet": "_Real",
+    "RealVector": "_Values",
+    "JetVector": "Sequence[_Jet] | _RealArray",
+    "RealMatrix": "Sequence[_Values]",
+    "JetMatrix": "Sequence[Sequence[_Jet] | _RealArray]",
+}
+ALIASES |= {
+    f"_{name}": f"_{name}: TypeAlias = {ALGEBRA}{name} | {made_of}\n"
+    for name, made_of in MADE_OF.items()
+    if name != "Real"
+}
+
 # How signatures name the types of arguments, and what they are to callers.
 ARGUMENTS = {
     "float": "_Real",
@@ -102,6 +119,8 @@ ARGUMENTS = {
     "list[numpy.ndarray[numpy.float64[3, 1]]]": "_Locations",
     "numpy.ndarray[numpy.float64[3, 3]]": "_Matrix",
 }
+for _name in MADE_OF.keys() - {"Real"}:
+    ARGUMENTS |= {_name: f"_{_name}", ALGEBRA + _name: f"_{_name}"}
 
 
 def expression(text: str) -> ast.expr:
@@ -151,6 +170,26 @@ class TypeWriter(ast.NodeTransformer):
         return node
 
 
+class HiddenNames(ast.NodeTransformer):
+    """Gives another name to classes that a class refers to where its own methods hide them."""
+
+    def __init__(self, owner: ast.ClassDef) -> None:
+        self.methods = {part.name for part in owner.body if isinstance(part, ast.FunctionDef)}
+        self.used: set[str] = set()
+
+    def visit_FunctionDef(self, node: ast.FunctionDef) -> ast.FunctionDef:
+        self.visit(node.args)
+        if node.returns is not None:
+            node.returns = self.visit(node.returns)
+        return node
+
+    def visit_Name(self, node: ast.Name) -> ast.Name:
+        if node.id not in self.methods:
+            return node
+        self.used.add(node.id)
+        return ast.Name(f"_{node.id}Class", node.ctx)
+
+
 class StubWriter(ast.NodeTransformer):
     """Makes the stubs of one module out of those that pybind11-stubgen wrote."""
 
@@ -161,7 +200,7 @@ class StubWriter(ast.NodeTransformer):
         node.body = self.settle(statement for statement in node.body if not is_replaced(statement))
         return node
 
-    def visit_ClassDef(self, node: ast.ClassDef) -> ast.ClassDef:
+    def visit_ClassDef(self, node: ast.ClassDef) -> list[ast.stmt]:
         outer, self.owner = self.owner, getattr(self.owner, node.name)
         node.body = self.settle(node.body)
         # Python's type of bound classes; others, such as exceptions, inherit a constructor.
@@ -171,7 +210,10 @@ class StubWriter(ast.NodeTransformer):
             constructor = "def __init__(self, no_constructor: Never, /) -> None: ..."
             node.body[has_docstring(node) : 0] = ast.parse(constructor).body
         self.owner = outer
-        return node
+        hidden = HiddenNames(node)
+        hidden.visit(node)
+        aliases = [f"_{name}Class: TypeAlias = {name}" for name in sorted(hidden.used)]
+        return [*ast.parse("\n".join(aliases)).body, node]
 
     def visit_FunctionDef(self, node: ast.FunctionDef) -> ast.FunctionDef:
         node.decorator_list = [TypeWriter(False).visit(name) for name in node.decorator_list]
@@ -312,9 +354,19 @@ def stub_text(generated: str, module: ModuleType, path: Path) -> str:
     body = ast.unparse(ast.fix_missing_locations(ast.Module(rest, [])))
     own_imports = ast.unparse(ast.Module(imports, []))
     text = "\n".join([HEADER, head, IMPORTS, own_imports, *used_aliases(body), body])
+    if f"{module.__name__}." == ALGEBRA:
+        text = text.replace(ALGEBRA, "")
     # Ruff also refuses a type that only the generator knows, since its name is imported nowhere.
     text = ruff(text, path, "check", "--fix", "--output-format=concise")
-    return ruff(text, path, "format")
+    text = ruff(text, path, "format")
+    # Type checkers want to compare a reflected operator with the forward one of what it takes, and
+    # cannot where that may be several things.
+    return re.sub(
+        r"^( *def __r(add|sub|mul|truediv)__\(.*: \.\.\.)$",
+        r"\1  # type: ignore[misc]",
+        text,
+        flags=re.MULTILINE,
+    )
 
 
 def make_stubs(module: ModuleType, folder: Path) -> dict[Path, str]:

@@ -87,6 +87,11 @@ fields = [talvorix.FIM(triples, model, np.int64(3), 4, 5, 6), talvorix.TBSIM(tab
 field = talvorix.SimulatorGenerator.Pool(fields)(2)
 factory = talvorix.SimulatorFactory.TBSIM(table, n=9)
 estimates += talvorix.simulate(simple, triples, around, table, values, factory(tuple(model), 1))
+x = talvorix.jet.ast.Variable("x", 1)
+cost = talvorix.jet.ast.Scalar([x], (x - np.float32(1)) * talvorix.algebra.Jet(2) + 2 * x)
+best, half = talvorix.ceres.solve([cost], [x], {"x": (0, np.int64(1))}, validation_cb=print)
+half += talvorix.ast.Variable("v", [1, 2]).vec() * values + talvorix.algebra.Real(2) / 3
+more: talvorix.algebra.JetVector = 2 * talvorix.algebra.JetVector(values) - [best["x"], 2]
 """
 WRONG = """\
 Kernel()
@@ -125,6 +130,10 @@ talvorix.EllipsoidOptimizationParameters().n_rays = 2.5
 talvorix.TBSIM(table, model, 1, 2.5)
 talvorix.SimulatorFactory.TBSIM(table)(nugget, 1)
 talvorix.SimulatorGenerator.Pool([max])
+1 - x
+x + None
+talvorix.ceres.solve([cost], [talvorix.ast.Variable("x", 1)])
+talvorix.jet.ast.Kernel()
 """
 
 
@@ -139,6 +148,10 @@ def test_the_stubs_kept_and_installed_are_those_of_the_module(tmp_path):
     distribution = importlib.metadata.distribution("talvorix")
     for name in ("talvorix.pyi", "talvorix-stubs/__init__.pyi"):
         assert distribution.locate_file(name).read_text() == COMMITTED.read_text(), name
+    folder = COMMITTED.with_suffix("")
+    for path in folder.rglob("*.pyi"):
+        installed = distribution.locate_file("talvorix-stubs") / path.relative_to(folder)
+        assert installed.read_text() == path.read_text(), path
     assert distribution.locate_file("talvorix-stubs/py.typed").exists()
 
     changed = COMMITTED.read_text().replace("def nugget(sill:", "def nugget(still:")

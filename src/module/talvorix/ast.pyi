@@ -5,19 +5,34 @@
 """Formulas that scripts put together from variables."""
 
 from collections.abc import Sequence
-from typing import Any, TypeAlias, overload
+from typing import Any, Protocol, TypeAlias, overload, type_check_only
 
 import numpy as np
 import talvorix.algebra
+from numpy.typing import NDArray
 from typing_extensions import Never
 
 _Real: TypeAlias = float | np.floating[Any] | np.integer[Any] | np.bool_
+
+@type_check_only
+class _RealArray(Protocol):
+    """An array of real numbers or what offers itself as one, such as columns of a table."""
+
+    def __len__(self) -> int: ...
+    def __array__(self) -> NDArray[np.floating[Any] | np.integer[Any] | np.bool_]: ...
+
+_Values: TypeAlias = Sequence[_Real] | _RealArray
+"""A sequence of numbers, or an array of shape (n,)."""
+
+_RealVector: TypeAlias = talvorix.algebra.RealVector | _Values
+
+_RealMatrix: TypeAlias = talvorix.algebra.RealMatrix | Sequence[_Values]
 
 class ScalarFunction:
     """A function of scalars that gives a scalar."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.RealVector) -> float:
+    def __call__(self, args: _RealVector) -> float:
         """Bind a scalar to each argument and evaluate the function.
 
         Parameters
@@ -41,7 +56,7 @@ class TransFunction:
     """A function of rows that gives a vector."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.RealMatrix) -> talvorix.algebra.RealVector:
+    def __call__(self, args: _RealMatrix) -> talvorix.algebra.RealVector:
         """Bind a row to each argument and evaluate the function.
 
         Parameters
@@ -64,7 +79,7 @@ class KernelFunction:
     """A function of rows that gives a scalar."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.RealMatrix) -> float:
+    def __call__(self, args: _RealMatrix) -> float:
         """Bind a row to each argument and evaluate the function.
 
         Parameters
@@ -107,31 +122,31 @@ class Expression:
     @overload
     def __add__(self, other: _Real) -> Transformation: ...
     @overload
-    def __add__(self, other: talvorix.algebra.RealVector) -> Transformation: ...
+    def __add__(self, other: _RealVector) -> Transformation: ...
     @overload
     def __mul__(self, other: Expression) -> Transformation: ...
     @overload
     def __mul__(self, other: _Real) -> Transformation: ...
     @overload
-    def __mul__(self, other: talvorix.algebra.RealVector) -> Transformation: ...
+    def __mul__(self, other: _RealVector) -> Transformation: ...
     @overload
-    def __radd__(self, other: Expression) -> Transformation: ...
+    def __radd__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __radd__(self, other: _Real) -> Transformation: ...
+    def __radd__(self, other: _Real) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __radd__(self, other: talvorix.algebra.RealVector) -> Transformation: ...
+    def __radd__(self, other: _RealVector) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: Expression) -> Transformation: ...
+    def __rmul__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: _Real) -> Transformation: ...
+    def __rmul__(self, other: _Real) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: talvorix.algebra.RealVector) -> Transformation: ...
+    def __rmul__(self, other: _RealVector) -> Transformation: ...  # type: ignore[misc]
     @overload
     def __sub__(self, other: Expression) -> Transformation: ...
     @overload
     def __sub__(self, other: _Real) -> Transformation: ...
     @overload
-    def __sub__(self, other: talvorix.algebra.RealVector) -> Transformation: ...
+    def __sub__(self, other: _RealVector) -> Transformation: ...
     @overload
     def __truediv__(self, other: Expression) -> Transformation: ...
     @overload
@@ -162,7 +177,7 @@ class Expression:
     @overload
     def eval(self, scalar: _Real) -> float: ...
     @overload
-    def eval(self, vector: talvorix.algebra.RealVector) -> talvorix.algebra.RealVector: ...
+    def eval(self, vector: _RealVector) -> talvorix.algebra.RealVector: ...
     def eval_vector(self) -> talvorix.algebra.RealVector:
         """Evaluate the node as a vector.
 
@@ -243,7 +258,7 @@ class Variable(Expression):
         """
 
     @overload
-    def __init__(self, name: str, vector: talvorix.algebra.RealVector) -> None: ...
+    def __init__(self, name: str, vector: _RealVector) -> None: ...
     def type(self) -> int:
         """What the variable yields at the moment.
 
@@ -283,7 +298,7 @@ class Value(Expression):
         """
 
     @overload
-    def __init__(self, vector: talvorix.algebra.RealVector) -> None: ...
+    def __init__(self, vector: _RealVector) -> None: ...
 
 class TransformationPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -310,6 +325,9 @@ class FunctionPtr:
 
     def __init__(self, no_constructor: Never, /) -> None: ...
 
+_ScalarFunctionClass: TypeAlias = ScalarFunction
+_TransformationClass: TypeAlias = Transformation
+
 class Function(Expression):
     """A formula with an ordered list of arguments, made by `Scalar` or `Vector`."""
 
@@ -322,7 +340,7 @@ class Function(Expression):
         KernelFunction
         """
 
-    def ScalarFunction(self) -> ScalarFunction:
+    def ScalarFunction(self) -> _ScalarFunctionClass:
         """The function as one of a vector with a scalar for each argument.
 
         Returns
@@ -339,7 +357,7 @@ class Function(Expression):
         """
 
     @overload
-    def __call__(self, args: Sequence[Expression]) -> Transformation:
+    def __call__(self, args: Sequence[Expression]) -> _TransformationClass:
         """Use the function in another formula.
 
         Parameters
@@ -362,14 +380,14 @@ class Function(Expression):
         """
 
     @overload
-    def __call__(self, args: talvorix.algebra.RealVector) -> Transformation: ...
+    def __call__(self, args: _RealVector) -> _TransformationClass: ...
     @overload
-    def __call__(self, args: talvorix.algebra.RealMatrix) -> Transformation: ...
+    def __call__(self, args: _RealMatrix) -> _TransformationClass: ...
 
 class ScalarCost:
     """A function as a residual of scalars."""
 
-    def __call__(self, args: talvorix.algebra.RealVector) -> float:
+    def __call__(self, args: _RealVector) -> float:
         """Bind a scalar to each argument and evaluate the function.
 
         Parameters

@@ -5,16 +5,33 @@
 """Formulas that scripts put together from variables."""
 
 from collections.abc import Sequence
-from typing import overload
+from typing import Any, Protocol, TypeAlias, overload, type_check_only
 
+import numpy as np
 import talvorix.algebra
+from numpy.typing import NDArray
 from typing_extensions import Never
+
+_Real: TypeAlias = float | np.floating[Any] | np.integer[Any] | np.bool_
+
+@type_check_only
+class _RealArray(Protocol):
+    """An array of real numbers or what offers itself as one, such as columns of a table."""
+
+    def __len__(self) -> int: ...
+    def __array__(self) -> NDArray[np.floating[Any] | np.integer[Any] | np.bool_]: ...
+
+_Jet: TypeAlias = talvorix.algebra.Jet | _Real
+
+_JetVector: TypeAlias = talvorix.algebra.JetVector | Sequence[_Jet] | _RealArray
+
+_JetMatrix: TypeAlias = talvorix.algebra.JetMatrix | Sequence[Sequence[_Jet] | _RealArray]
 
 class ScalarFunction:
     """A function of scalars that gives a scalar."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.JetVector) -> talvorix.algebra.Jet:
+    def __call__(self, args: _JetVector) -> talvorix.algebra.Jet:
         """Bind a scalar to each argument and evaluate the function.
 
         Parameters
@@ -38,7 +55,7 @@ class TransFunction:
     """A function of rows that gives a vector."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.JetMatrix) -> talvorix.algebra.JetVector:
+    def __call__(self, args: _JetMatrix) -> talvorix.algebra.JetVector:
         """Bind a row to each argument and evaluate the function.
 
         Parameters
@@ -61,7 +78,7 @@ class KernelFunction:
     """A function of rows that gives a scalar."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
-    def __call__(self, args: talvorix.algebra.JetMatrix) -> talvorix.algebra.Jet:
+    def __call__(self, args: _JetMatrix) -> talvorix.algebra.Jet:
         """Bind a row to each argument and evaluate the function.
 
         Parameters
@@ -102,37 +119,37 @@ class Expression:
     @overload
     def __add__(self, other: Expression) -> Transformation: ...
     @overload
-    def __add__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __add__(self, other: _Jet) -> Transformation: ...
     @overload
-    def __add__(self, other: talvorix.algebra.JetVector) -> Transformation: ...
+    def __add__(self, other: _JetVector) -> Transformation: ...
     @overload
     def __mul__(self, other: Expression) -> Transformation: ...
     @overload
-    def __mul__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __mul__(self, other: _Jet) -> Transformation: ...
     @overload
-    def __mul__(self, other: talvorix.algebra.JetVector) -> Transformation: ...
+    def __mul__(self, other: _JetVector) -> Transformation: ...
     @overload
-    def __radd__(self, other: Expression) -> Transformation: ...
+    def __radd__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __radd__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __radd__(self, other: _Jet) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __radd__(self, other: talvorix.algebra.JetVector) -> Transformation: ...
+    def __radd__(self, other: _JetVector) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: Expression) -> Transformation: ...
+    def __rmul__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __rmul__(self, other: _Jet) -> Transformation: ...  # type: ignore[misc]
     @overload
-    def __rmul__(self, other: talvorix.algebra.JetVector) -> Transformation: ...
+    def __rmul__(self, other: _JetVector) -> Transformation: ...  # type: ignore[misc]
     @overload
     def __sub__(self, other: Expression) -> Transformation: ...
     @overload
-    def __sub__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __sub__(self, other: _Jet) -> Transformation: ...
     @overload
-    def __sub__(self, other: talvorix.algebra.JetVector) -> Transformation: ...
+    def __sub__(self, other: _JetVector) -> Transformation: ...
     @overload
     def __truediv__(self, other: Expression) -> Transformation: ...
     @overload
-    def __truediv__(self, other: talvorix.algebra.Jet) -> Transformation: ...
+    def __truediv__(self, other: _Jet) -> Transformation: ...
     @overload
     def eval(self) -> talvorix.algebra.Jet:
         """Evaluate the node.
@@ -157,9 +174,9 @@ class Expression:
         """
 
     @overload
-    def eval(self, scalar: talvorix.algebra.Jet) -> talvorix.algebra.Jet: ...
+    def eval(self, scalar: _Jet) -> talvorix.algebra.Jet: ...
     @overload
-    def eval(self, vector: talvorix.algebra.JetVector) -> talvorix.algebra.JetVector: ...
+    def eval(self, vector: _JetVector) -> talvorix.algebra.JetVector: ...
     def eval_vector(self) -> talvorix.algebra.JetVector:
         """Evaluate the node as a vector.
 
@@ -227,7 +244,7 @@ class Variable(Expression):
     """A named node whose value can be changed."""
 
     @overload
-    def __init__(self, name: str, scalar: talvorix.algebra.Jet) -> None:
+    def __init__(self, name: str, scalar: _Jet) -> None:
         """Make a variable.
 
         Parameters
@@ -240,7 +257,7 @@ class Variable(Expression):
         """
 
     @overload
-    def __init__(self, name: str, vector: talvorix.algebra.JetVector) -> None: ...
+    def __init__(self, name: str, vector: _JetVector) -> None: ...
     def type(self) -> int:
         """What the variable yields at the moment.
 
@@ -268,7 +285,7 @@ class Value(Expression):
     """A constant."""
 
     @overload
-    def __init__(self, scalar: talvorix.algebra.Jet) -> None:
+    def __init__(self, scalar: _Jet) -> None:
         """Make a constant.
 
         Parameters
@@ -280,7 +297,7 @@ class Value(Expression):
         """
 
     @overload
-    def __init__(self, vector: talvorix.algebra.JetVector) -> None: ...
+    def __init__(self, vector: _JetVector) -> None: ...
 
 class TransformationPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -307,6 +324,9 @@ class FunctionPtr:
 
     def __init__(self, no_constructor: Never, /) -> None: ...
 
+_ScalarFunctionClass: TypeAlias = ScalarFunction
+_TransformationClass: TypeAlias = Transformation
+
 class Function(Expression):
     """A formula with an ordered list of arguments, made by `Scalar` or `Vector`."""
 
@@ -319,7 +339,7 @@ class Function(Expression):
         KernelFunction
         """
 
-    def ScalarFunction(self) -> ScalarFunction:
+    def ScalarFunction(self) -> _ScalarFunctionClass:
         """The function as one of a vector with a scalar for each argument.
 
         Returns
@@ -336,7 +356,7 @@ class Function(Expression):
         """
 
     @overload
-    def __call__(self, args: Sequence[Expression]) -> Transformation:
+    def __call__(self, args: Sequence[Expression]) -> _TransformationClass:
         """Use the function in another formula.
 
         Parameters
@@ -359,14 +379,14 @@ class Function(Expression):
         """
 
     @overload
-    def __call__(self, args: talvorix.algebra.JetVector) -> Transformation: ...
+    def __call__(self, args: _JetVector) -> _TransformationClass: ...
     @overload
-    def __call__(self, args: talvorix.algebra.JetMatrix) -> Transformation: ...
+    def __call__(self, args: _JetMatrix) -> _TransformationClass: ...
 
 class ScalarCost:
     """A function as a residual of scalars."""
 
-    def __call__(self, args: talvorix.algebra.JetVector) -> talvorix.algebra.Jet:
+    def __call__(self, args: _JetVector) -> talvorix.algebra.Jet:
         """Bind a scalar to each argument and evaluate the function.
 
         Parameters
