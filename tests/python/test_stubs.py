@@ -24,6 +24,7 @@ ellipsoid = Ellipsoid(10, 5, np.float32(2), 0, 0, 0)
 around = Neighborhood(table, ellipsoid)
 nugget = Covariance.nugget(0.5)
 model = [Covariance.spherical(0.5, ellipsoid), nugget]
+x = talvorix.jet.ast.Variable("x", 1)
 """
 RIGHT = """\
 Ellipsoid(ellipsoid.matrix())
@@ -87,7 +88,6 @@ fields = [talvorix.FIM(triples, model, np.int64(3), 4, 5, 6), talvorix.TBSIM(tab
 field = talvorix.SimulatorGenerator.Pool(fields)(2)
 factory = talvorix.SimulatorFactory.TBSIM(table, n=9)
 estimates += talvorix.simulate(simple, triples, around, table, values, factory(tuple(model), 1))
-x = talvorix.jet.ast.Variable("x", 1)
 cost = talvorix.jet.ast.Scalar([x], (x - np.float32(1)) * talvorix.algebra.Jet(2) + 2 * x)
 best, half = talvorix.ceres.solve([cost], [x], {"x": (0, np.int64(1))}, validation_cb=print)
 half += talvorix.ast.Variable("v", [1, 2]).vec() * values + talvorix.algebra.Real(2) / 3
@@ -132,7 +132,7 @@ talvorix.SimulatorFactory.TBSIM(table)(nugget, 1)
 talvorix.SimulatorGenerator.Pool([max])
 1 - x
 x + None
-talvorix.ceres.solve([cost], [talvorix.ast.Variable("x", 1)])
+talvorix.ceres.solve([], [talvorix.ast.Variable("x", 1)])
 talvorix.jet.ast.Kernel()
 """
 
