@@ -91,7 +91,7 @@ estimates += talvorix.simulate(simple, triples, around, table, values, factory(t
 cost = talvorix.jet.ast.Scalar([x], (x - np.float32(1)) * talvorix.algebra.Jet(2) + 2 * x)
 best, half = talvorix.ceres.solve([cost], [x], {"x": (0, np.int64(1))}, validation_cb=print)
 half += talvorix.ast.Variable("v", [1, 2]).vec() * values + talvorix.algebra.Real(2) / 3
-more: talvorix.algebra.JetVector = 2 * talvorix.algebra.JetVector(values) - [best["x"], 2]
+more: talvorix.algebra.JetVector = 2 * talvorix.algebra.JetVector(values) - [best["x"]] * 5
 """
 WRONG = """\
 Kernel()
