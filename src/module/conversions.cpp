@@ -262,6 +262,27 @@ bool read_flags(py::handle source, std::vector<bool>& flags) {
   });
 }
 
+std::optional<double> number_from(const py::object& result) {
+  if (PyUnicode_Check(result.ptr()) != 0 || PyBytes_Check(result.ptr()) != 0) {
+    return std::nullopt;
+  }
+  const double number = PyFloat_AsDouble(result.ptr());
+  if (number == -1.0 && PyErr_Occurred() != nullptr) {
+    if (PyErr_ExceptionMatches(PyExc_TypeError) == 0) {
+      throw py::error_already_set();
+    }
+    PyErr_Clear();
+    return std::nullopt;
+  }
+  return number;
+}
+
+void throw_no_number(const std::string& callback, const py::object& result) {
+  throw py::type_error(callback + " returned an object of type " +
+                       std::string(py::str(py::type::of(result).attr("__name__"))) +
+                       "; it must return a number");
+}
+
 py::array_t<double> to_array(const Vector3& location) {
   py::array_t<double> array({3, 1});
   std::memcpy(array.mutable_data(), location.data(), 3 * sizeof(double));

@@ -9,6 +9,8 @@
 #include <pybind11/stl.h>
 
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -30,6 +32,20 @@ bool read_matrix(pybind11::handle source, Matrix3& matrix);
 bool read_values(pybind11::handle source, std::vector<double>& values);
 bool read_integers(pybind11::handle source, std::vector<int>& values);
 bool read_flags(pybind11::handle source, std::vector<bool>& flags);
+
+// The number that a callback returned, if it is one. What its conversion raised passes through.
+std::optional<double> number_from(const pybind11::object& result);
+[[noreturn]] void throw_no_number(const std::string& callback, const pybind11::object& result);
+
+// The number that a callback returned; anything else is a TypeError that names the callback.
+template <class Name>
+double returned_number(const pybind11::object& result, Name&& callback_name) {
+  const std::optional<double> number = number_from(result);
+  if (!number) {
+    throw_no_number(callback_name(), result);
+  }
+  return *number;
+}
 
 pybind11::array_t<double> to_array(const Vector3& location);
 pybind11::array_t<double> to_array(const Matrix3& matrix);

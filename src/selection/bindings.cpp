@@ -265,29 +265,14 @@ std::shared_ptr<const py::function> shareable(py::function callback) {
           }};
 }
 
-double number_from(const py::object& result) {
-  const bool is_text = PyUnicode_Check(result.ptr()) != 0 || PyBytes_Check(result.ptr()) != 0;
-  const double number = is_text ? 0.0 : PyFloat_AsDouble(result.ptr());
-  const bool failed = PyErr_Occurred() != nullptr;
-  if (failed && PyErr_ExceptionMatches(PyExc_TypeError) == 0) {
-    throw py::error_already_set();
-  }
-  if (is_text || failed) {
-    PyErr_Clear();
-    throw py::type_error("python_callback returned an object of type " +
-                         std::string(py::str(py::type::of(result).attr("__name__"))) +
-                         "; it must return a number");
-  }
-  return number;
-}
-
 CovarianceErrorFunction custom_error(py::function python_callback) {
   const bool needs_interpreter = true;
   return CovarianceErrorFunction(
       [callback = shareable(std::move(python_callback))](const CovarianceModel& covariance,
                                                          int n_threads, PollRef) {
         const CallbackGuard guard;
-        return number_from((*callback)(covariance, n_threads));
+        return returned_number((*callback)(covariance, n_threads),
+                               [] { return "python_callback"; });
       },
       needs_interpreter);
 }

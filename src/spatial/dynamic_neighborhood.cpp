@@ -2,6 +2,8 @@
 
 #include "spatial/kd_tree.h"
 
+#include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -11,7 +13,7 @@ namespace {
 
 using Tree =
     nanoflann::KDTreeSingleIndexDynamicAdaptor<nanoflann::L2_Simple_Adaptor<double, PointSet>,
-                                               PointSet, tree_dimension, std::uint32_t>;
+                                               PolledPointSet, tree_dimension, std::uint32_t>;
 
 constexpr std::size_t most_points = 1000000000;
 
@@ -32,10 +34,15 @@ class DynamicNeighborhood::ActiveTree {
 
   template <class Collector>
   void search(const Vector3& center, Collector& results, SearchScratch& scratch) const {
-    tree_.findNeighbors(results, center.data(), TreeSearchParameters());
+    // The largest of the trees that make up the index comes first: it soon tells how near a point
+    // must be to count, which spares most of the walk through the others.
+    const auto& trees = tree_.getAllIndices();
+    for (auto tree = trees.rbegin(); tree != trees.rend(); ++tree) {
+      tree->findNeighbors(results, center.data(), TreeSearchParameters());
+    }
     results.sort();
-    for (const FoundPoint& point : scratch.found) {
-      scratch.indices.push_back(order_[point.index]);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+      scratch.indices.push_back(order_[scratch.found[i].index]);
     }
   }
 
@@ -43,7 +50,7 @@ class DynamicNeighborhood::ActiveTree {
 
  private:
   // In the order of their activation: the tree numbers points by the order they were added in.
-  PointSet points_;
+  PolledPointSet points_;
   std::vector<std::size_t> order_;
   Tree tree_;
 };
@@ -89,8 +96,17 @@ void DynamicNeighborhood::find_nearest(const Vector3& center, std::size_t max_si
   if (k == 0) {
     return;
   }
-  ManyNearestPoints nearest(scratch.found, k, scratch.poll);
-  tree_->search(ellipsoid_.forward(center), nearest, scratch);
+  const Vector3 q = ellipsoid_.forward(center);
+  if (k > most_by_insertion) {
+    ManyNearestPoints nearest(scratch.found, k, scratch.poll);
+    tree_->search(q, nearest, scratch);
+  } else {
+    if (scratch.found.size() < k) {
+      scratch.found.resize(k);
+    }
+    NearestPoints nearest(scratch.found.data(), k, std::numeric_limits<double>::max());
+    tree_->search(q, nearest, scratch);
+  }
 }
 
 void DynamicNeighborhood::find_within(const Vector3& center, double max_radius,

@@ -36,11 +36,25 @@ struct PointSet {
   }
 };
 
+// What trees are built from: the same points, with a look for the user's wish to stop. Queries
+// measure distances through the plain set, so they pay nothing for it.
+struct PolledPointSet : PointSet {
+  mutable InterruptPoller poll;
+
+  double kdtree_get_pt(std::size_t i, std::size_t dimension) const {
+    poll();
+    return PointSet::kdtree_get_pt(i, dimension);
+  }
+};
+
 // What the trees expect to find named in anything that collects points.
 struct Results {
   using DistanceType = double;
   using IndexType = std::uint32_t;
 };
+
+// Up to so many neighbours an insertion into a sorted run beats a heap.
+constexpr std::size_t most_by_insertion = 96;
 
 // The k nearest in ascending order, by insertion; only points nearer than the bound are taken.
 // Of equally near points the one met first stands first.

@@ -13,20 +13,6 @@ namespace talvorix {
 
 namespace {
 
-// Up to so many neighbours an insertion into a sorted run beats a heap.
-constexpr std::size_t most_by_insertion = 96;
-
-// What the tree is built from: the same points, with a look for the user's wish to stop. Queries
-// measure distances through the plain set, so they pay nothing for it.
-struct PolledPointSet : PointSet {
-  mutable InterruptPoller poll;
-
-  double kdtree_get_pt(std::size_t i, std::size_t dimension) const {
-    poll();
-    return PointSet::kdtree_get_pt(i, dimension);
-  }
-};
-
 using Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointSet>,
                                                  PolledPointSet, tree_dimension, std::uint32_t>;
 
