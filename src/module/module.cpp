@@ -106,6 +106,8 @@ void register_families(py::module_& m) {
   register_optimization_module(m);
   register_algebra_module(m);
   register_ceres_module(m);
+  register_transiogram_module(m);
+  register_markov_chain_module(m);
 }
 
 // An object made by __new__ alone holds no value. Where one is asked for, the binding library would

@@ -22,5 +22,7 @@ void register_kfold_module(pybind11::module_& m);
 void register_optimization_module(pybind11::module_& m);
 void register_algebra_module(pybind11::module_& m);
 void register_ceres_module(pybind11::module_& m);
+void register_transiogram_module(pybind11::module_& m);
+void register_markov_chain_module(pybind11::module_& m);
 
 }  // namespace talvorix::python

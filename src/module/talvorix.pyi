@@ -13,6 +13,8 @@ from . import algebra as algebra
 from . import ast as ast
 from . import ceres as ceres
 from . import jet as jet
+from . import markov_chain as markov_chain
+from . import transiogram as transiogram
 
 _Integer: TypeAlias = int | np.integer[Any]
 _Real: TypeAlias = float | np.floating[Any] | np.integer[Any] | np.bool_

@@ -125,6 +125,7 @@ LONG_CALLS = {
     "a field to be turned": "t.SimulatorGenerator.TBSIM(X, covs, 1, 600, 0, 200)",
     "a conditioned field": "t.simulate(t.IDW(), many, n, X, z, t.TBSIM(X, covs, 1, 5000))",
     "local fields": "t.unconditional_ensemble_simulation(many, local, bands, 0.9, 2, 1)",
+    "classes along a path": "t.markov_chain.simulation(many, [], [], classes, e, r=1e-6)",
     # Shapes for which no draw is ever accepted.
     "a draw without end": "t.gamma_distribution(np.nan, 1)(t.RNG(1))",
     "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
@@ -147,6 +148,7 @@ slow = t.CovarianceErrorFunction.Custom(lambda model, n_threads: time.sleep(0.02
 slow_elsewhere = t.CovarianceErrorFunction.Custom(
     lambda model, n_threads: time.sleep(0.3 * (threading.get_ident() != here)) or 1.0
 )
+classes = t.transiogram.Transiogram([[max]])
 local = t.LocalCovariances(X, [covs] * len(X), z); bands = t.SimulatorFactory.TBSIM(X, 2)
 print("ready", flush=True)
 try:
@@ -242,6 +244,9 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.SimulatorGenerator)(1),
         lambda: raw(talvorix.SimulatorFactory)([], 1),
         lambda: talvorix.SimulatorGenerator.Pool([raw(talvorix.SpatialFunction)]),
+        lambda: talvorix.markov_chain.ConditionalSampler.Default(
+            raw(talvorix.transiogram.Transiogram)
+        ),
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):

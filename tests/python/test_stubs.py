@@ -91,6 +91,9 @@ estimates += talvorix.simulate(simple, triples, around, table, values, factory(t
 cost = talvorix.jet.ast.Scalar([x], (x - np.float32(1)) * talvorix.algebra.Jet(2) + 2 * x)
 best, half = talvorix.ceres.solve([cost], [x], {"x": (0, np.int64(1))}, validation_cb=print)
 half += talvorix.ast.Variable("v", [1, 2]).vec() * values + talvorix.algebra.Real(2) / 3
+classes = talvorix.transiogram.Transiogram([[lambda u, v: (u - v).norm()]])
+half += classes(0, np.int64(0), triples[0], values) + classes(values, values)[0][0]
+holes += talvorix.markov_chain.simulation(table, [], [], classes, ellipsoid, knn=np.int64(3))
 more: talvorix.algebra.JetVector = 2 * talvorix.algebra.JetVector(values) - [best["x"]] * 5
 """
 WRONG = """\
@@ -133,6 +136,9 @@ talvorix.SimulatorGenerator.Pool([max])
 1 - x
 x + None
 talvorix.ceres.solve([], [talvorix.ast.Variable("x", 1)])
+talvorix.transiogram.Transiogram([[max]])(0.5, [1], [1])
+talvorix.markov_chain.simulation(table, [], [], [[max]], ellipsoid)
+talvorix.markov_chain.jet.simulation(table, [], [], talvorix.transiogram.Transiogram([]), ellipsoid)
 talvorix.jet.ast.Kernel()
 """
 
