@@ -4,6 +4,7 @@
 #include "core/arguments.h"
 
 #include <atomic>
+#include <iterator>
 
 namespace talvorix::ast {
 
@@ -83,9 +84,8 @@ template <class T>
 void release(std::vector<std::shared_ptr<Expression<T>>> nodes) {
   static thread_local std::vector<std::shared_ptr<Expression<T>>> released;
   static thread_local bool is_releasing = false;
-  for (auto& node : nodes) {
-    released.push_back(std::move(node));
-  }
+  released.insert(released.end(), std::make_move_iterator(nodes.begin()),
+                  std::make_move_iterator(nodes.end()));
   if (is_releasing) {
     return;
   }

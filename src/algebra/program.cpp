@@ -27,6 +27,18 @@ double constant_of(const Jet& value) {
 
 }  // namespace
 
+std::size_t Program::structure_hash() const {
+  std::size_t hash = instructions_.size();
+  for (const Instruction& instruction : instructions_) {
+    for (const auto part :
+         {static_cast<Reference>(instruction.code), instruction.left, instruction.right}) {
+      // FNV-1a.
+      hash = (hash ^ static_cast<std::size_t>(part)) * 0x100000001b3U;
+    }
+  }
+  return hash;
+}
+
 // The domain in which graphs are compiled: cells hold references to what will stand in them.
 template <class T>
 class References {
@@ -120,12 +132,12 @@ class References {
     cell.has_scalar = true;
     return set_shape(node, Shape::scalar);
   }
-  bool store(Node& node, List values) {
+  bool store(Node& node, const List& values) {
     Cell& cell = cells_[&node];
     if (cell.read_list) {
       throw NotAProgram();
     }
-    cell.list = std::move(values);
+    cell.list = values;
     cell.has_list = true;
     return set_shape(node, Shape::list);
   }

@@ -24,6 +24,14 @@ class Program {
   using Reference = std::int32_t;
 
   std::size_t n_inputs() const { return n_inputs_; }
+  std::size_t size() const { return instructions_.size(); }
+
+  // Whether the two differ in their constants alone.
+  bool has_structure_of(const Program& other) const {
+    return n_inputs_ == other.n_inputs_ && result_ == other.result_ &&
+           constants_.size() == other.constants_.size() && instructions_ == other.instructions_;
+  }
+  std::size_t structure_hash() const;
 
   // Scratch is the caller's and is kept from run to run.
   template <class U>
@@ -32,11 +40,14 @@ class Program {
  private:
   template <class T>
   friend class References;
+  friend class ProgramBatch;
 
   struct Instruction {
     Code code;
     Reference left;
     Reference right;
+
+    bool operator==(const Instruction&) const = default;
   };
 
   template <class U>

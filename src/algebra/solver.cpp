@@ -1,6 +1,7 @@
 #include "algebra/solver.h"
 
 #include "algebra/program.h"
+#include "algebra/program_batch.h"
 #include "core/arguments.h"
 #include "core/interrupt.h"
 #include "core/parallel.h"
@@ -13,11 +14,11 @@
 #include <cstddef>
 #include <exception>
 #include <iostream>
-#include <limits>
 #include <mutex>
 #include <span>
 #include <stdexcept>
 #include <thread>
+#include <unordered_map>
 
 namespace talvorix {
 
@@ -70,102 +71,200 @@ class Search {
   std::mutex cells_mutex_;
 };
 
+// The solver would say the same of other numbers, but at length on standard error.
 bool is_usable(double x) { return std::isfinite(x); }
 bool is_usable(const Jet& x) { return std::isfinite(x.a) && x.v.allFinite(); }
+bool are_usable(const double* values, std::size_t n) {
+  return std::all_of(values, values + n, [](double value) { return std::isfinite(value); });
+}
 
 void take(const Jet& value, Jet& residual) { residual = value; }
 void take(const Jet& value, double& residual) { residual = value.a; }
 
-// A function as a residual. Derived classes say how parameters are bound when the graph has to be
+// Writes the parameters of all blocks one after the other.
+template <class U>
+std::span<const U> joined(U const* const* parameters, const std::vector<std::size_t>& lengths) {
+  if (lengths.size() == 1) {
+    return {parameters[0], lengths.front()};
+  }
+  static thread_local std::vector<U> all;
+  all.clear();
+  for (std::size_t i = 0; i < lengths.size(); ++i) {
+    all.insert(all.end(), parameters[i], parameters[i] + lengths[i]);
+  }
+  return all;
+}
+
+// Many functions of one structure as so many residuals.
+class BatchCost final : public ceres::CostFunction {
+ public:
+  BatchCost(const std::vector<const ast::Program*>& programs,
+            const std::vector<std::size_t>& lengths, Search& search)
+      : batch_(programs), lengths_(lengths), search_(search) {
+    set_num_residuals(static_cast<int>(batch_.size()));
+    mutable_parameter_block_sizes()->assign(lengths.begin(), lengths.end());
+  }
+
+  bool Evaluate(double const* const* parameters, double* residuals,
+                double** jacobians) const override {
+    return search_.attempt([&] {
+      search_.poll();
+      static thread_local std::vector<double> scratch;
+      static thread_local std::vector<double> derivatives;
+      derivatives.resize(jacobians == nullptr ? 0 : batch_.size() * batch_.n_inputs());
+      batch_.run(joined(parameters, lengths_), residuals,
+                 jacobians == nullptr ? nullptr : derivatives.data(), scratch);
+      if (jacobians != nullptr) {
+        scatter(derivatives, jacobians);
+      }
+      return are_usable(residuals, batch_.size()) &&
+             are_usable(derivatives.data(), derivatives.size());
+    });
+  }
+
+ private:
+  // Deals the columns out to the blocks.
+  void scatter(const std::vector<double>& derivatives, double** jacobians) const {
+    std::size_t first = 0;
+    for (std::size_t block = 0; block < lengths_.size(); ++block) {
+      const std::size_t length = lengths_[block];
+      if (jacobians[block] != nullptr) {
+        for (std::size_t row = 0; row < batch_.size(); ++row) {
+          std::copy_n(&derivatives[row * batch_.n_inputs() + first], length,
+                      jacobians[block] + row * length);
+        }
+      }
+      first += length;
+    }
+  }
+
+  ast::ProgramBatch batch_;
+  std::vector<std::size_t> lengths_;
+  Search& search_;
+};
+
+// A function as one residual. How says how its arguments are bound when the graph has to be
 // evaluated node by node.
-template <class Derived>
+template <class How>
 class AbstractCost {
  public:
-  AbstractCost(std::shared_ptr<DualFunction> function, const ast::InputRows& rows, Search& search)
-      : function_(std::move(function)), search_(&search) {
-    const PollRef poll(search);
-    program_ = ast::compile(*function_, rows, poll);
-  }
+  AbstractCost(std::shared_ptr<DualFunction> function, std::unique_ptr<ast::Program> program,
+               const std::vector<std::size_t>& lengths, Search& search)
+      : function_(std::move(function)),
+        program_(std::move(program)),
+        lengths_(lengths),
+        search_(search) {}
 
   template <class U>
   bool operator()(U const* const* parameters, U* residual) const {
-    return search_->attempt([&] {
-      search_->poll();
+    return search_.attempt([&] {
+      search_.poll();
       if (program_) {
         static thread_local std::vector<U> scratch;
-        *residual = program_->run(own().inputs(parameters), scratch);
+        *residual = program_->run(joined(parameters, lengths_), scratch);
       } else {
-        const std::lock_guard lock(search_->cells_mutex());
-        take(own().evaluate(parameters), *residual);
+        const std::lock_guard lock(search_.cells_mutex());
+        take(How::evaluate(*function_, parameters, lengths_, search_), *residual);
       }
-      // The solver would say the same, but at length on standard error.
       return is_usable(*residual);
     });
   }
 
- protected:
-  DualFunction& function() const { return *function_; }
-  Search& search() const { return *search_; }
-
  private:
-  const Derived& own() const { return static_cast<const Derived&>(*this); }
-
   std::shared_ptr<DualFunction> function_;
-  Search* search_;
   std::unique_ptr<ast::Program> program_;
+  std::vector<std::size_t> lengths_;
+  Search& search_;
 };
 
 // All variables are scalars in one block of parameters.
-class AbstractScalarCost : public AbstractCost<AbstractScalarCost> {
- public:
-  AbstractScalarCost(std::shared_ptr<DualFunction> function, std::size_t n_variables,
-                     Search& search)
-      : AbstractCost(std::move(function), {std::vector<std::size_t>(n_variables, 1), true}, search),
-        n_variables_(n_variables) {}
-
-  template <class U>
-  std::span<const U> inputs(U const* const* parameters) const {
-    return {parameters[0], n_variables_};
+struct Scalars {
+  static ast::InputRows rows(const std::vector<std::size_t>& lengths) {
+    return {std::vector<std::size_t>(lengths.front(), 1), true};
   }
   template <class U>
-  Jet evaluate(U const* const* parameters) const {
-    return function().scalar_function(
-        JetList<Jet>(std::vector<Jet>(parameters[0], parameters[0] + n_variables_)), search());
+  static Jet evaluate(const DualFunction& function, U const* const* parameters,
+                      const std::vector<std::size_t>& lengths, PollRef poll) {
+    const std::vector<Jet> values(parameters[0], parameters[0] + lengths.front());
+    return function.scalar_function(JetList<Jet>(values), poll);
   }
-
- private:
-  std::size_t n_variables_;
 };
 
 // Each variable is a block of parameters.
-class AbstractVectorCost : public AbstractCost<AbstractVectorCost> {
- public:
-  AbstractVectorCost(std::shared_ptr<DualFunction> function, std::vector<std::size_t> lengths,
-                     Search& search)
-      : AbstractCost(std::move(function), {lengths, false}, search), lengths_(std::move(lengths)) {}
-
+struct Vectors {
+  static ast::InputRows rows(const std::vector<std::size_t>& lengths) { return {lengths, false}; }
   template <class U>
-  std::span<const U> inputs(U const* const* parameters) const {
-    static thread_local std::vector<U> all;
-    all.clear();
-    for (std::size_t i = 0; i < lengths_.size(); ++i) {
-      all.insert(all.end(), parameters[i], parameters[i] + lengths_[i]);
-    }
-    return all;
-  }
-  template <class U>
-  Jet evaluate(U const* const* parameters) const {
+  static Jet evaluate(const DualFunction& function, U const* const* parameters,
+                      const std::vector<std::size_t>& lengths, PollRef poll) {
     JetMatrix<Jet>::Rows rows;
-    rows.reserve(lengths_.size());
-    for (std::size_t i = 0; i < lengths_.size(); ++i) {
-      rows.emplace_back(parameters[i], parameters[i] + lengths_[i]);
+    rows.reserve(lengths.size());
+    for (std::size_t i = 0; i < lengths.size(); ++i) {
+      rows.emplace_back(parameters[i], parameters[i] + lengths[i]);
     }
-    return function().kernel_function(JetMatrix<Jet>(std::move(rows)), search());
+    return function.kernel_function(JetMatrix<Jet>(std::move(rows)), poll);
   }
-
- private:
-  std::vector<std::size_t> lengths_;
 };
+
+using AbstractScalarCost = AbstractCost<Scalars>;
+using AbstractVectorCost = AbstractCost<Vectors>;
+
+// Puts programs of one structure together, in the order in which each structure first came.
+std::vector<std::vector<const ast::Program*>> by_structure(
+    const std::vector<std::unique_ptr<ast::Program>>& programs) {
+  std::vector<std::vector<const ast::Program*>> groups;
+  std::unordered_map<std::size_t, std::vector<std::size_t>> of_hash;
+  for (const auto& program : programs) {
+    std::vector<std::size_t>& candidates = of_hash[program->structure_hash()];
+    const auto same = std::find_if(candidates.begin(), candidates.end(), [&](std::size_t group) {
+      return groups[group].front()->has_structure_of(*program);
+    });
+    if (same != candidates.end()) {
+      groups[*same].push_back(program.get());
+    } else {
+      candidates.push_back(groups.size());
+      groups.push_back({program.get()});
+    }
+  }
+  return groups;
+}
+
+// Adds a residual for every function, of parameters in blocks of these lengths.
+template <class How>
+void add_residuals(ceres::Problem& problem, const std::vector<std::shared_ptr<DualFunction>>& costs,
+                   const std::vector<double*>& parameters, const std::vector<std::size_t>& lengths,
+                   double cauchy_loss, Search& search) {
+  constexpr double least_loss = 1e-10;
+  const bool has_loss = cauchy_loss >= least_loss;
+  std::vector<std::unique_ptr<ast::Program>> programs;
+  for (const auto& function : costs) {
+    auto program = ast::compile(*function, How::rows(lengths), search);
+    // A loss counts each residual by itself.
+    if (program && !has_loss) {
+      programs.push_back(std::move(program));
+      continue;
+    }
+    using Cost = ceres::DynamicAutoDiffCostFunction<AbstractCost<How>, Jet::DIMENSION>;
+    auto cost = std::make_unique<Cost>(
+        new AbstractCost<How>(function, std::move(program), lengths, search));
+    for (const std::size_t length : lengths) {
+      cost->AddParameterBlock(static_cast<int>(length));
+    }
+    cost->SetNumResiduals(1);
+    problem.AddResidualBlock(cost.release(),
+                             has_loss ? new ceres::CauchyLoss(cauchy_loss) : nullptr, parameters);
+  }
+  for (const auto& group : by_structure(programs)) {
+    // Small enough for all threads to have some.
+    constexpr std::size_t most = 512;
+    for (std::size_t begin = 0; begin < group.size(); begin += most) {
+      const auto first = group.begin() + static_cast<std::ptrdiff_t>(begin);
+      const auto n = static_cast<std::ptrdiff_t>(std::min(most, group.size() - begin));
+      problem.AddResidualBlock(
+          new BatchCost(std::vector<const ast::Program*>(first, first + n), lengths, search),
+          nullptr, parameters);
+    }
+  }
+}
 
 template <class Value>
 class Callback : public ceres::IterationCallback {
@@ -200,18 +299,9 @@ void require_variables(const std::vector<std::shared_ptr<DualFunction>>& costs, 
   }
 }
 
-// Runs the search. add_residual(cost, loss) adds the residual of a function to the problem.
-template <class AddResidual>
-double run(ceres::Problem& problem, const std::vector<std::shared_ptr<DualFunction>>& costs,
-           const SolverOptions& options, ceres::IterationCallback& callback, const Search& search,
-           const AddResidual& add_residual) {
+double run(ceres::Problem& problem, const SolverOptions& options,
+           ceres::IterationCallback& callback, const Search& search) {
   const auto n_iterations = require_count("n_iterations", options.n_iterations);
-  for (const auto& cost : costs) {
-    constexpr double least_loss = 1e-10;
-    add_residual(cost, options.cauchy_loss >= least_loss
-                           ? new ceres::CauchyLoss(options.cauchy_loss)
-                           : nullptr);
-  }
   ceres::Solver::Options solver_options;
   solver_options.linear_solver_type = ceres::DENSE_QR;
   solver_options.update_state_every_iteration = true;
@@ -255,15 +345,9 @@ Solution<double> solve(const std::vector<std::shared_ptr<DualFunction>>& costs,
   }
   ScalarCallback after_iteration(callback, x, search);
   Solution<double> solution;
-  solution.cost =
-      run(problem, costs, options, after_iteration, search,
-          [&](const std::shared_ptr<DualFunction>& function, ceres::LossFunction* loss) {
-            using Cost = ceres::DynamicAutoDiffCostFunction<AbstractScalarCost, Jet::DIMENSION>;
-            auto* cost = new Cost(new AbstractScalarCost(function, variables.size(), search));
-            cost->AddParameterBlock(n);
-            cost->SetNumResiduals(1);
-            problem.AddResidualBlock(cost, loss, x.data());
-          });
+  add_residuals<Scalars>(problem, costs, {x.data()}, {variables.size()}, options.cauchy_loss,
+                         search);
+  solution.cost = run(problem, options, after_iteration, search);
   for (std::size_t i = 0; i < variables.size(); ++i) {
     solution.values[variables[i]->name()] = x[i];
   }
@@ -321,17 +405,8 @@ Solution<std::vector<double>> solve(const std::vector<std::shared_ptr<DualFuncti
   }
   VectorCallback after_iteration(callback, blocks, search);
   Solution<std::vector<double>> solution;
-  solution.cost =
-      run(problem, costs, options, after_iteration, search,
-          [&](const std::shared_ptr<DualFunction>& function, ceres::LossFunction* loss) {
-            using Cost = ceres::DynamicAutoDiffCostFunction<AbstractVectorCost, Jet::DIMENSION>;
-            auto* cost = new Cost(new AbstractVectorCost(function, lengths, search));
-            for (const std::size_t length : lengths) {
-              cost->AddParameterBlock(static_cast<int>(length));
-            }
-            cost->SetNumResiduals(1);
-            problem.AddResidualBlock(cost, loss, parameters);
-          });
+  add_residuals<Vectors>(problem, costs, parameters, lengths, options.cauchy_loss, search);
+  solution.cost = run(problem, options, after_iteration, search);
   for (std::size_t i = 0; i < variables.size(); ++i) {
     solution.values[variables[i]->name()] = blocks[i];
   }

@@ -1,6 +1,7 @@
 #include "algebra/jet.h"
 #include "algebra/jet_list.h"
 #include "algebra/jet_matrix.h"
+#include "categorical/expression_transiogram.h"
 #include "categorical/markov_chain.h"
 #include "categorical/transiogram.h"
 #include "core/interrupt.h"
@@ -122,7 +123,27 @@ Parameters
 kernel_matrix : list of list of callable
     A row for each class. Each function is given u and v as vectors of the submodule `algebra` and
     returns a number. Only one function runs at a time in the whole process.
+u, v : Variable
+    In the second form, the variables of the formulas below that stand for the two locations. Each
+    evaluation of the table sets them to vectors.
+kernels : list of list of Expression
+    In the second form, a row of formulas for each class; each yields a scalar. Such a table serves
+    one thread at a time, and a simulation reads other variables once, when it begins.
 )")
+      .def(py::init([](typename ExpressionTransiogram<T>::VariableHandle u,
+                       typename ExpressionTransiogram<T>::VariableHandle v,
+                       typename ExpressionTransiogram<T>::Expressions kernels) {
+             for (const auto& row : kernels) {
+               for (const auto& kernel : row) {
+                 if (kernel == nullptr) {
+                   throw py::type_error("kernels holds None where an Expression was expected");
+                 }
+               }
+             }
+             return Self{std::make_shared<ExpressionTransiogram<T>>(std::move(u), std::move(v),
+                                                                    std::move(kernels))};
+           }),
+           py::arg("u").none(false), py::arg("v").none(false), py::arg("kernels"))
       .def(
           "__call__",
           [](const Self& self, int class_u, int class_v, const Vector& u, const Vector& v) {
@@ -152,6 +173,8 @@ IndexError
     When the table has no such row or column.
 TypeError
     When a function returns no number. What a function raises passes through.
+RuntimeError
+    When a formula yields a vector.
 )")
       .def(
           "__call__",

@@ -187,7 +187,9 @@ std::vector<int> simulate_markov_chain(const Locations& target_locs, const Locat
     unconditional = create_default_unconditional_sampler(transiogram);
   }
   if (!conditional) {
-    conditional = create_default_conditional_sampler(transiogram);
+    constexpr std::size_t n_coordinates = 3;
+    TransiogramHandle<T> fixed = transiogram->fixed(n_coordinates, poll);
+    conditional = create_default_conditional_sampler<T>(fixed ? fixed : transiogram);
   }
 
   std::vector<int> categories(target_locs.size(), -1);

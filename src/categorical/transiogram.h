@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <span>
 #include <utility>
 #include <vector>
@@ -33,6 +34,13 @@ class AbstractTransiogram {
                     T* values) const {
     const std::size_t row = class_number("class_u", class_u, n_classes());
     evaluate(row, 0, u, v, poll, {values, row_sizes_[row]});
+  }
+
+  // The same table as it is at present, faster, for many evaluations with lists of one size; null
+  // when there is none.
+  virtual std::unique_ptr<const AbstractTransiogram> fixed(std::size_t /*size*/,
+                                                           PollRef /*poll*/) const {
+    return nullptr;
   }
 
   // Throws std::invalid_argument when there are no rows or one is not as long as there are rows.

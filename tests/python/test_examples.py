@@ -18,6 +18,7 @@ SCRIPT = ROOT / "examples" / "estimate_drillholes.py"
 VARIOGRAM = SCRIPT.with_name("variogram.py")
 ANISOTROPY = SCRIPT.with_name("find_anisotropy.py")
 SIMULATION = SCRIPT.with_name("simulate_deposit.py")
+CUSTOM = SCRIPT.with_name("fit_custom_model.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -423,6 +424,36 @@ def test_simulation_names_what_is_wrong(tmp_path, monkeypatch, capsys, options, 
     assert script.main(["table.csv", *(f"{k}={v}" for k, v in GOOD.items()), *options]) == 2
     message = capsys.readouterr().err
     assert [piece for piece in expected if piece not in message] == []
+
+
+def test_custom_model_agrees_with_scipy_and_recovers_a_known_one(tmp_path, monkeypatch, capsys):
+    printed = run_script("--out", tmp_path, script=CUSTOM)
+    rows = re.findall(r"^(?:measured|spoiled) +(?:squares|robust) +(.*)$", printed, re.MULTILINE)
+    own, other, *_, departs = np.array([list(map(float, row.split())) for row in rows]).T
+    assert own[0] == pytest.approx(other[0], rel=1e-6) and own == pytest.approx(other, rel=1e-5)
+    assert departs[0] == 0 and departs[3] < 0.5 * departs[2]
+    assert matplotlib.image.imread(tmp_path / "custom_model.png").std() > 0.05
+
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script, h = importlib.import_module(CUSTOM.stem), np.linspace(2, 120, 40)
+    known, curves = [0.1, 0.4, 0.5, 20, 90, 0.4], []
+    for stretch in (1, 0.4):
+        u, v = (root * h / reach / stretch for root, reach in ((20**0.5 - 1, 20), (19**0.5, 90)))
+        gamma = 3 * (0.1 + 0.4 * (1 - (1 + u) ** -2) + 0.5 * v**2 / (1 + v**2))
+        curves.append(script.Curve(h, gamma, np.full(40, 7), []))
+    problem = script.pose(["hyperbolic", "quadratic"], ["a", "b"], 120)
+    exact = script.gather_lags(curves, 3)
+    spoiled, drawn = script.spoil(exact, 0.1)
+    assert len(drawn) == 8 and script.fit_formula(problem, spoiled, 0).cost > 0.1
+    for lags, cauchy in ((exact, 0), (spoiled, 1e-3)):
+        fit = script.fit_formula(problem, lags, cauchy)
+        assert fit.parameters == pytest.approx(known, rel=0.01)
+    for option, expected in (
+        ("--shapes=cubic", "steep, quadratic, got 'cubic'"),
+        ("--max-lag=8", "no pairs of samples toward 35 -8"),
+    ):
+        assert script.main([f"--out={tmp_path / 'no'}", option]) == 2
+        assert expected in capsys.readouterr().err and not (tmp_path / "no").exists()
 
 
 def test_missing_table_fails_as_a_command(tmp_path):

@@ -131,6 +131,12 @@ LONG_CALLS = {
     "a pair without end": "t.CDF(t.fisher_f_distribution(-1, -1))",
     "pairs in parallel": "t.fisher_f_distribution(-1, -1).simulate(N=5)",
     "table": "t.CDF(t.uniform_distribution(0, 1), 2**26)",
+    "calls in calls": "doubling(t.ast).eval()",
+    "a slow cost": "t.ceres.solve([doubling(t.jet.ast)], [v], n_threads=1)",
+    "slow costs in parallel": "t.ceres.solve([doubling(t.jet.ast)] * 2, [v], {'': ([], [])})",
+    "callbacks of a search": (
+        "t.ceres.solve([t.jet.ast.Scalar([v], v * v)], [v], validation_cb=lambda _: sleep() or 1)"
+    ),
 }
 
 
@@ -150,6 +156,11 @@ slow_elsewhere = t.CovarianceErrorFunction.Custom(
 )
 classes = t.transiogram.Transiogram([[max]])
 local = t.LocalCovariances(X, [covs] * len(X), z); bands = t.SimulatorFactory.TBSIM(X, 2)
+def doubling(tree):
+    x = tree.Variable("x", 1.0); f = tree.Scalar([x], x)
+    for _ in range(40): f = tree.Scalar([x], f([x]) + f([x]))
+    return f
+v = t.jet.ast.Variable("v", 1e9); sleep = lambda: time.sleep(0.2)
 print("ready", flush=True)
 try:
     {call}
@@ -247,6 +258,11 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: talvorix.markov_chain.ConditionalSampler.Default(
             raw(talvorix.transiogram.Transiogram)
         ),
+        lambda: raw(talvorix.algebra.JetVector).norm(),
+        lambda: talvorix.algebra.RealMatrix([[1]]) * raw(talvorix.algebra.RealMatrix),
+        lambda: raw(talvorix.ast.Variable).eval(),
+        lambda: raw(talvorix.ast.Kernel).print(),
+        lambda: raw(talvorix.ast.ScalarFunction)([1.0]),
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):

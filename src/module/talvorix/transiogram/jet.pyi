@@ -9,6 +9,7 @@ from typing import Any, Protocol, TypeAlias, overload, type_check_only
 
 import numpy as np
 import talvorix.algebra
+import talvorix.jet.ast
 from numpy.typing import NDArray
 from typing_extensions import Never
 
@@ -70,6 +71,8 @@ class Transiogram:
             When the table has no such row or column.
         TypeError
             When a function returns no number. What a function raises passes through.
+        RuntimeError
+            When a formula yields a vector.
         """
 
     @overload
@@ -78,6 +81,7 @@ class Transiogram:
     ) -> talvorix.algebra.JetVector: ...
     @overload
     def __call__(self, u: _JetVector, v: _JetVector) -> talvorix.algebra.JetMatrix: ...
+    @overload
     def __init__(self, kernel_matrix: Sequence[Sequence[Any]]) -> None:
         """Make a table of Python functions.
 
@@ -86,4 +90,18 @@ class Transiogram:
         kernel_matrix : list of list of callable
             A row for each class. Each function is given u and v as vectors of the submodule `algebra` and
             returns a number. Only one function runs at a time in the whole process.
+        u, v : Variable
+            In the second form, the variables of the formulas below that stand for the two locations. Each
+            evaluation of the table sets them to vectors.
+        kernels : list of list of Expression
+            In the second form, a row of formulas for each class; each yields a scalar. Such a table serves
+            one thread at a time, and a simulation reads other variables once, when it begins.
         """
+
+    @overload
+    def __init__(
+        self,
+        u: talvorix.jet.ast.Variable,
+        v: talvorix.jet.ast.Variable,
+        kernels: Sequence[Sequence[talvorix.jet.ast.Expression]],
+    ) -> None: ...
