@@ -39,6 +39,38 @@ std::size_t Program::structure_hash() const {
   return hash;
 }
 
+void Program::drop_unread() {
+  const auto first = static_cast<Reference>(n_inputs_);
+  std::vector<bool> is_read(instructions_.size(), false);
+  const auto read = [&](Reference reference) {
+    if (reference >= first) {
+      is_read[static_cast<std::size_t>(reference - first)] = true;
+    }
+  };
+  read(result_);
+  for (std::size_t i = instructions_.size(); i-- > 0;) {
+    if (is_read[i]) {
+      read(instructions_[i].left);
+      read(instructions_[i].right);
+    }
+  }
+  std::vector<Reference> moved(instructions_.size());
+  const auto follow = [&](Reference reference) {
+    return reference < first ? reference : moved[static_cast<std::size_t>(reference - first)];
+  };
+  std::size_t n_kept = 0;
+  for (std::size_t i = 0; i < instructions_.size(); ++i) {
+    if (is_read[i]) {
+      const Instruction& kept = instructions_[i];
+      instructions_[n_kept] = {kept.code, follow(kept.left), follow(kept.right)};
+      moved[i] = first + static_cast<Reference>(n_kept);
+      ++n_kept;
+    }
+  }
+  instructions_.resize(n_kept);
+  result_ = follow(result_);
+}
+
 // The domain in which graphs are compiled: cells hold references to what will stand in them.
 template <class T>
 class References {
@@ -54,6 +86,7 @@ class References {
   // Before the traversal: the cell of a variable starts as these inputs.
   void bind(Node& variable, Program::Reference first, std::size_t count, bool is_row) {
     Cell& cell = cells_[&variable];
+    cell.was_stored = true;
     if (variable.shape() == Shape::scalar) {
       if (count == 0) {
         throw NotAProgram();
@@ -78,6 +111,20 @@ class References {
     cell.has_list = true;
   }
 
+  // Adds what is known of variables so far, whether a program comes of it or not.
+  void add_to(Footprint<T>& footprint) const {
+    for (const auto& [node, cell] : cells_) {
+      if (node->kind() == Kind::variable) {
+        if (cell.was_stored) {
+          footprint.changed.insert(node);
+        }
+        if (cell.read_scalar || cell.read_list) {
+          footprint.read.insert(node);
+        }
+      }
+    }
+  }
+
   std::unique_ptr<Program> finish(Scalar result) {
     for (const auto& [node, cell] : cells_) {
       // The next evaluation has to find what this one found.
@@ -91,6 +138,7 @@ class References {
       }
     }
     program_->result_ = result;
+    program_->drop_unread();
     return std::move(program_);
   }
 
@@ -125,6 +173,7 @@ class References {
   }
   bool store(Node& node, Scalar value) {
     Cell& cell = cells_[&node];
+    cell.was_stored = true;
     if (cell.read_scalar) {
       throw NotAProgram();
     }
@@ -134,6 +183,7 @@ class References {
   }
   bool store(Node& node, const List& values) {
     Cell& cell = cells_[&node];
+    cell.was_stored = true;
     if (cell.read_list) {
       throw NotAProgram();
     }
@@ -175,6 +225,10 @@ class References {
   Scalar sum_of_squares(const List& list) { return dot(list, list); }
   Scalar norm(const List& list) {
     const Scalar squares = sum_of_squares(list);
+    // The derivatives of such a root are not numbers, which a constant could not tell.
+    if (squares < 0 && value_of(squares) == 0.0) {
+      throw NotAProgram();
+    }
     return emit(Program::Code::root, squares, squares);
   }
   List list_of(Scalar value) { return {value}; }
@@ -187,6 +241,7 @@ class References {
     bool has_scalar = false;
     bool has_list = false;
     bool has_shape = false;
+    bool was_stored = false;
     // Whether what the node holds at present was read: then nothing may be stored.
     bool read_scalar = false;
     bool read_list = false;
@@ -255,7 +310,7 @@ namespace {
 // traverse(traversal, references) gives the reference of the result.
 template <class T, class Traverse>
 std::unique_ptr<Program> compile_bound(const std::vector<std::shared_ptr<Variable<T>>>& variables,
-                                       const InputRows& rows, PollRef poll,
+                                       const InputRows& rows, PollRef poll, Footprint<T>& footprint,
                                        const Traverse& traverse) {
   constexpr std::size_t most_inputs = 30000;
   const std::size_t n_inputs =
@@ -263,43 +318,50 @@ std::unique_ptr<Program> compile_bound(const std::vector<std::shared_ptr<Variabl
   if (rows.lengths.size() > variables.size() || n_inputs > most_inputs) {
     return nullptr;
   }
+  References<T> references(n_inputs);
+  std::unique_ptr<Program> program;
   try {
-    References<T> references(n_inputs);
     Program::Reference first = 0;
     for (std::size_t i = 0; i < rows.lengths.size(); ++i) {
       references.bind(*variables[i], first, rows.lengths[i], !rows.are_scalars);
       first += static_cast<Program::Reference>(rows.lengths[i]);
     }
     Traversal<T, References<T>> traversal(references, poll);
-    return references.finish(traverse(traversal, references));
+    program = references.finish(traverse(traversal, references));
   } catch (const std::runtime_error&) {
+    // If anything is wrong with the graph, evaluating it will say what.
   } catch (const std::out_of_range&) {
   }
-  // If anything is wrong with the graph, evaluating it will say what.
-  return nullptr;
+  references.add_to(footprint);
+  return program;
 }
 
 }  // namespace
 
 template <class T>
-std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll) {
+std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll,
+                                 Footprint<T>& footprint) {
   Expression<T>& expression = *function.expression();
-  return compile_bound(function.arguments(), rows, poll, [&](auto& traversal, auto& references) {
-    return expression.shape() == Shape::scalar ? traversal.scalar(expression)
-                                               : references.norm(traversal.list(expression));
-  });
+  return compile_bound(
+      function.arguments(), rows, poll, footprint, [&](auto& traversal, auto& references) {
+        return expression.shape() == Shape::scalar ? traversal.scalar(expression)
+                                                   : references.norm(traversal.list(expression));
+      });
 }
 
 template <class T>
 std::unique_ptr<Program> compile(Expression<T>& expression,
                                  const std::vector<std::shared_ptr<Variable<T>>>& variables,
                                  const InputRows& rows, PollRef poll) {
-  return compile_bound(variables, rows, poll,
+  Footprint<T> footprint;
+  return compile_bound(variables, rows, poll, footprint,
                        [&](auto& traversal, auto&) { return traversal.scalar(expression); });
 }
 
-template std::unique_ptr<Program> compile(const Function<double>&, const InputRows&, PollRef);
-template std::unique_ptr<Program> compile(const Function<Jet>&, const InputRows&, PollRef);
+template std::unique_ptr<Program> compile(const Function<double>&, const InputRows&, PollRef,
+                                          Footprint<double>&);
+template std::unique_ptr<Program> compile(const Function<Jet>&, const InputRows&, PollRef,
+                                          Footprint<Jet>&);
 template std::unique_ptr<Program> compile(Expression<double>&,
                                           const std::vector<std::shared_ptr<Variable<double>>>&,
                                           const InputRows&, PollRef);

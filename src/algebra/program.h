@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <unordered_set>
 #include <vector>
 
 namespace talvorix::ast {
@@ -49,6 +50,9 @@ class Program {
 
     bool operator==(const Instruction&) const = default;
   };
+
+  // Leaves out what does not reach the result: where it is not finite it would spoil derivatives.
+  void drop_unread();
 
   template <class U>
   static void calculate(Code code, const auto& left, const auto& right, U& result);
@@ -116,11 +120,20 @@ struct InputRows {
   bool are_scalars = false;
 };
 
+// What evaluating a graph does to variables beyond its result.
+template <class T>
+struct Footprint {
+  // Those it changes, and those of which it reads what they held before.
+  std::unordered_set<const Expression<T>*> changed;
+  std::unordered_set<const Expression<T>*> read;
+};
+
 // The program of a function whose arguments are bound to inputs, row after row; a list gives its
 // norm. Null where the graph does not allow it: when evaluation would throw, when one leaves behind
 // what the next one reads, or when it would be too long.
 template <class T>
-std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll);
+std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll,
+                                 Footprint<T>& footprint);
 
 // The same with an expression that is evaluated as a scalar, and the variables that are bound.
 template <class T>

@@ -7,9 +7,11 @@
 #include "core/parallel.h"
 
 #include <ceres/ceres.h>
+#include <glog/logging.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <exception>
@@ -46,15 +48,27 @@ class Search {
     }
   }
 
-  // Only the calling thread may look for the user's wish to stop.
+  // Only the calling thread may look for the user's wish to stop; others hear of it here.
   void poll() {
     if (std::this_thread::get_id() == caller_) {
       poller_();
     }
+    if (has_failed_) {
+      throw std::runtime_error("another evaluation has failed");
+    }
   }
 
-  // Guards the cells of graphs that are evaluated node by node.
-  std::mutex& cells_mutex() { return cells_mutex_; }
+  // Guards the cells of graphs that are evaluated node by node. Whoever holds the lock polls, and
+  // so has everyone who waits for it.
+  std::unique_lock<std::mutex> lock_cells() {
+    std::unique_lock lock(cells_mutex_, std::try_to_lock);
+    while (!lock.owns_lock()) {
+      poll();
+      std::this_thread::sleep_for(std::chrono::microseconds(20));
+      (void)lock.try_lock();
+    }
+    return lock;
+  }
 
   void rethrow() const {
     if (error_) {
@@ -69,6 +83,18 @@ class Search {
   std::mutex error_mutex_;
   std::exception_ptr error_;
   std::mutex cells_mutex_;
+};
+
+// While one lives, the solver does not log on standard error what its results tell.
+class QuietLog {
+ public:
+  QuietLog() : level_(std::exchange(FLAGS_minloglevel, google::GLOG_FATAL)) {}
+  ~QuietLog() { FLAGS_minloglevel = level_; }
+  QuietLog(const QuietLog&) = delete;
+  QuietLog& operator=(const QuietLog&) = delete;
+
+ private:
+  int level_;
 };
 
 // The solver would say the same of other numbers, but at length on standard error.
@@ -163,7 +189,7 @@ class AbstractCost {
         static thread_local std::vector<U> scratch;
         *residual = program_->run(joined(parameters, lengths_), scratch);
       } else {
-        const std::lock_guard lock(search_.cells_mutex());
+        const auto lock = search_.lock_cells();
         take(How::evaluate(*function_, parameters, lengths_, search_), *residual);
       }
       return is_usable(*residual);
@@ -228,6 +254,27 @@ std::vector<std::vector<const ast::Program*>> by_structure(
   return groups;
 }
 
+// The programs of functions, null for what has to be evaluated node by node: all of them when one
+// reads what another leaves behind.
+template <class How>
+std::vector<std::unique_ptr<ast::Program>> compile_all(
+    const std::vector<std::shared_ptr<DualFunction>>& costs,
+    const std::vector<std::size_t>& lengths, Search& search) {
+  std::vector<std::unique_ptr<ast::Program>> programs;
+  programs.reserve(costs.size());
+  ast::Footprint<Jet> footprint;
+  for (const auto& function : costs) {
+    programs.push_back(ast::compile(*function, How::rows(lengths), PollRef(search), footprint));
+  }
+  const bool are_apart =
+      std::none_of(footprint.read.begin(), footprint.read.end(),
+                   [&](const auto* variable) { return footprint.changed.contains(variable); });
+  if (!are_apart) {
+    std::for_each(programs.begin(), programs.end(), [](auto& program) { program.reset(); });
+  }
+  return programs;
+}
+
 // Adds a residual for every function, of parameters in blocks of these lengths.
 template <class How>
 void add_residuals(ceres::Problem& problem, const std::vector<std::shared_ptr<DualFunction>>& costs,
@@ -235,17 +282,15 @@ void add_residuals(ceres::Problem& problem, const std::vector<std::shared_ptr<Du
                    double cauchy_loss, Search& search) {
   constexpr double least_loss = 1e-10;
   const bool has_loss = cauchy_loss >= least_loss;
-  std::vector<std::unique_ptr<ast::Program>> programs;
-  for (const auto& function : costs) {
-    auto program = ast::compile(*function, How::rows(lengths), search);
+  auto programs = compile_all<How>(costs, lengths, search);
+  for (std::size_t i = 0; i < costs.size(); ++i) {
     // A loss counts each residual by itself.
-    if (program && !has_loss) {
-      programs.push_back(std::move(program));
+    if (programs[i] && !has_loss) {
       continue;
     }
     using Cost = ceres::DynamicAutoDiffCostFunction<AbstractCost<How>, Jet::DIMENSION>;
     auto cost = std::make_unique<Cost>(
-        new AbstractCost<How>(function, std::move(program), lengths, search));
+        new AbstractCost<How>(costs[i], std::move(programs[i]), lengths, search));
     for (const std::size_t length : lengths) {
       cost->AddParameterBlock(static_cast<int>(length));
     }
@@ -253,6 +298,7 @@ void add_residuals(ceres::Problem& problem, const std::vector<std::shared_ptr<Du
     problem.AddResidualBlock(cost.release(),
                              has_loss ? new ceres::CauchyLoss(cauchy_loss) : nullptr, parameters);
   }
+  std::erase(programs, nullptr);
   for (const auto& group : by_structure(programs)) {
     // Small enough for all threads to have some.
     constexpr std::size_t most = 512;
@@ -311,6 +357,7 @@ double run(ceres::Problem& problem, const SolverOptions& options,
   solver_options.logging_type = options.debug ? ceres::PER_MINIMIZER_ITERATION : ceres::SILENT;
   solver_options.callbacks.push_back(&callback);
   ceres::Solver::Summary summary;
+  const QuietLog quiet;
   ceres::Solve(solver_options, &problem, &summary);
   search.rethrow();
   if (options.debug) {

@@ -19,6 +19,7 @@ VARIOGRAM = SCRIPT.with_name("variogram.py")
 ANISOTROPY = SCRIPT.with_name("find_anisotropy.py")
 SIMULATION = SCRIPT.with_name("simulate_deposit.py")
 CUSTOM = SCRIPT.with_name("fit_custom_model.py")
+FACIES = SCRIPT.with_name("simulate_facies.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -454,6 +455,44 @@ def test_custom_model_agrees_with_scipy_and_recovers_a_known_one(tmp_path, monke
     ):
         assert script.main([f"--out={tmp_path / 'no'}", option]) == 2
         assert expected in capsys.readouterr().err and not (tmp_path / "no").exists()
+
+
+def test_facies_honour_samples_and_the_model_turns_with_the_layers(tmp_path, monkeypatch, capsys):
+    run_script("--out", tmp_path, "--realisations", 3, script=FACIES)
+    cubes, names = (np.load(tmp_path / "facies.npz")[k] for k in ("realisations", "classes"))
+    rows = np.loadtxt(tmp_path / "samples.csv", str, delimiter=",", skiprows=1)
+    places, by_cell = rows[:, :3].astype(float), {}
+    for cell, name in zip((places // [10, 10, 4]).astype(int), rows[:, 3], strict=True):
+        if all(cell < cubes.shape[1:]):
+            by_cell.setdefault(tuple(cell), []).append(name)
+    pure = {cell: found[0] for cell, found in by_cell.items() if len(set(found)) == 1}
+    assert len(pure) > 1000
+    assert all((names[cubes[(slice(None), *cell)]] == name).all() for cell, name in pure.items())
+    stays = {lag: np.mean(cubes[..., lag:] == cubes[..., :-lag]) for lag in (1, 14)}
+    assert stays[1] > stays[14] + 0.25
+    assert matplotlib.image.imread(tmp_path / "facies.png").std() > 0.05
+
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(FACIES.stem)
+    columns = {"x": "x", "y": "y", "z": "z", "category": "lithology"}
+    flat = script.read_samples(tmp_path / "samples.csv", columns)
+    axes = np.asarray(talvorix.Ellipsoid(1, 1, 1, 35, -30, 10).matrix())
+    level = np.asarray(talvorix.Ellipsoid(1, 1, 1, 0, 0, 0).matrix())
+    turned = script.replace(flat, locations=flat.locations @ level.T @ axes)
+    first, second = (script.fit(flat, level, None), script.fit(turned, axes, None))
+    assert first.ranges == pytest.approx(second.ranges, rel=1e-6) and first.ranges[0] > 30
+    u, v = np.array([[3.0, 40, 9], [-20.0, 21, 5]])
+    table = second.formulas(second.ranges[1])(*second.stretch(np.array([u, v])).tolist())
+    expected = second.transitions((v - u)[None])[0]
+    np.testing.assert_allclose(np.array([list(row) for row in table]), expected, rtol=1e-9)
+    for option, message in (
+        ("--ranges=5", "ranges: expected a list of 2"),
+        ("--x=E", "'E' for --x"),
+    ):
+        table = str(tmp_path / "samples.csv")
+        grid = [f"{name}={GOOD[name]}" for name in ("--origin", "--cells", "--size")]
+        assert script.main([table, *grid, f"--out={tmp_path / 'no'}", option]) == 2
+        assert message in capsys.readouterr().err and not (tmp_path / "no").exists()
 
 
 def test_missing_table_fails_as_a_command(tmp_path):
