@@ -15,7 +15,17 @@ import tempfile
 
 import numpy as np
 import talvorix
-from common import best_of, compile_library, elapsed, finish, machine, parse_arguments, rate, table
+from common import (
+    best_of,
+    compile_library,
+    elapsed,
+    finish,
+    machine,
+    parse_arguments,
+    peer_version,
+    rate,
+    table,
+)
 from scipy.optimize import least_squares
 from talvorix import ceres, markov_chain, transiogram
 from talvorix.jet import ast
@@ -327,7 +337,7 @@ def main():
             measure_iterations(formulas, floor, points, given.repeats, failures),
         ]
     report += [
-        "### To the same cost beside scipy",
+        f"### To the same cost beside scipy {peer_version('scipy')}",
         measure_fit(formulas, points, given.repeats, failures),
         f"### Classes at {NEIGHBORS} neighbours among {N_DATA:,} data and as many among targets",
         measure_classes(given.repeats, failures),

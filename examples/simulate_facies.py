@@ -53,13 +53,13 @@ DEFAULTS = {
     "seed": 1,
 }
 DEMO_GRID = {"origin": [0, 0, 0], "cells": [60, 50, 30], "size": [10, 10, 4]}
-DEMO_CLASSES = "shale", "siltstone", "sandstone", "ore"
+DEMO_CLASSES = "ore", "sandstone", "shale", "siltstone"
 MOST_CLASSES, MOST_SAMPLES, CHUNK = 10, 5000, 200
 LAG_CLASSES = 20
 # Of a class of lags, the least share of the pairs in the fullest one that it needs to be used.
 THIN = 0.01
 # Pairs across the layers and vertical ones may be off by so many degrees; those within a layer by a
-# share of the longest lag across.
+# share of the extent across the layers.
 TOLERANCE, BAND = 20.0, 0.025
 # What cells are apart at least in the coordinates handed over; see HELP.
 CELL = 100.0
@@ -75,7 +75,7 @@ LABELS = {
     "as fitted": "realisation without --stretch",
 }
 COLOURS = (
-    *("#74879c", "#dcb866", "#5d9c79", "#c23b2c", "#6b4c93", "#3f7fbf", "#e38d3f"),
+    *("#c23b2c", "#dcb866", "#74879c", "#5d9c79", "#6b4c93", "#3f7fbf", "#e38d3f"),
     *("#a5c96e", "#8b6b57", "#2e3d45"),
 )
 
@@ -147,7 +147,7 @@ class Model:
 
     def stretch(self, locations):
         """Return coordinates in which both ranges are that across the layers."""
-        return locations @ self.axes.T * ([self.ranges[1] / self.ranges[0]] * 2 + [1.0])
+        return np.asarray(locations) @ self.axes.T * ([self.ranges[1] / self.ranges[0]] * 2 + [1.0])
 
     def transitions(self, separations):
         """Return the matrices of transition probabilities, one for each vector."""
@@ -238,8 +238,9 @@ def make_deposit(seed=5):
     beds, lenses = field(110, 90, 13), field(70, 60, 10)
 
     def classes_at(locations):
-        codes = np.digitize(beds(locations), [-0.1, 0.5])
-        return np.where(lenses(locations) > 1.1, 3, codes)
+        # By the field of the beds; ore replaces any of them.
+        codes = np.array([2, 3, 1])[np.digitize(beds(locations), [-0.1, 0.5])]
+        return np.where(lenses(locations) > 1.1, 0, codes)
 
     return classes_at
 

@@ -90,6 +90,8 @@ class Expression : public std::enable_shared_from_this<Expression<T>> {
  private:
   friend class Cells<T>;
   friend class Variable<T>;
+  template <class>
+  friend class References;
 
   Kind kind_;
   Shape shape_;
@@ -98,6 +100,9 @@ class Expression : public std::enable_shared_from_this<Expression<T>> {
   // In which stretch of an evaluation, without changes of variables, each cell was last computed.
   std::uint64_t scalar_computed_ = 0;
   std::uint64_t list_computed_ = 0;
+  // Which compilation saw the node last, and as which of its nodes.
+  std::uint64_t compilation_ = 0;
+  std::size_t number_ = 0;
 };
 
 template <class T>

@@ -2,9 +2,9 @@
 
 #include "algebra/traversal.h"
 
+#include <atomic>
 #include <numeric>
 #include <stdexcept>
-#include <unordered_map>
 #include <utility>
 
 namespace talvorix::ast {
@@ -80,12 +80,14 @@ class References {
   using Node = Expression<T>;
 
   explicit References(std::size_t n_inputs) : program_(std::make_unique<Program>()) {
+    static std::atomic<std::uint64_t> last{0};
+    compilation_ = ++last;
     program_->n_inputs_ = n_inputs;
   }
 
   // Before the traversal: the cell of a variable starts as these inputs.
   void bind(Node& variable, Program::Reference first, std::size_t count, bool is_row) {
-    Cell& cell = cells_[&variable];
+    Cell& cell = cell_of(variable);
     cell.was_stored = true;
     if (variable.shape() == Shape::scalar) {
       if (count == 0) {
@@ -106,34 +108,30 @@ class References {
         throw NotAProgram();
       }
       cell.list[0] = first;
-      kept_lists_[&variable] = cell.list;
+      cell.kept_list = cell.list;
     }
     cell.has_list = true;
   }
 
   // Adds what is known of variables so far, whether a program comes of it or not.
   void add_to(Footprint<T>& footprint) const {
-    for (const auto& [node, cell] : cells_) {
-      if (node->kind() == Kind::variable) {
+    for (const Cell& cell : cells_) {
+      if (cell.node->kind() == Kind::variable) {
         if (cell.was_stored) {
-          footprint.changed.insert(node);
+          footprint.changed.insert(cell.node);
         }
         if (cell.read_scalar || cell.read_list) {
-          footprint.read.insert(node);
+          footprint.read.insert(cell.node);
         }
       }
     }
   }
 
   std::unique_ptr<Program> finish(Scalar result) {
-    for (const auto& [node, cell] : cells_) {
+    for (const Cell& cell : cells_) {
       // The next evaluation has to find what this one found.
-      if (cell.has_shape && cell.shape != node->shape()) {
-        throw NotAProgram();
-      }
-    }
-    for (const auto& [node, list] : kept_lists_) {
-      if (cells_[node].list != list) {
+      if ((cell.has_shape && cell.shape != cell.node->shape()) ||
+          (!cell.kept_list.empty() && cell.list != cell.kept_list)) {
         throw NotAProgram();
       }
     }
@@ -143,7 +141,7 @@ class References {
   }
 
   Scalar scalar(Node& node) {
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     if (!cell.has_scalar) {
       cell.scalar = constant(node.scalar());
       cell.has_scalar = true;
@@ -152,7 +150,7 @@ class References {
     return cell.scalar;
   }
   List list(Node& node) {
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     if (!cell.has_list) {
       cell.list = constants(node.list());
       cell.has_list = true;
@@ -161,18 +159,19 @@ class References {
     return cell.list;
   }
   Shape shape(const Node& node) const {
-    const auto cell = cells_.find(const_cast<Node*>(&node));
-    return cell != cells_.end() && cell->second.has_shape ? cell->second.shape : node.shape();
+    return node.compilation_ == compilation_ && cells_[node.number_].has_shape
+               ? cells_[node.number_].shape
+               : node.shape();
   }
   bool set_shape(Node& node, Shape shape) {
     const bool changed = this->shape(node) != shape;
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     cell.shape = shape;
     cell.has_shape = true;
     return changed;
   }
   bool store(Node& node, Scalar value) {
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     cell.was_stored = true;
     if (cell.read_scalar) {
       throw NotAProgram();
@@ -182,7 +181,7 @@ class References {
     return set_shape(node, Shape::scalar);
   }
   bool store(Node& node, const List& values) {
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     cell.was_stored = true;
     if (cell.read_list) {
       throw NotAProgram();
@@ -192,7 +191,7 @@ class References {
     return set_shape(node, Shape::list);
   }
   std::uint64_t& computed(Node& node, Shape shape) {
-    Cell& cell = cells_[&node];
+    Cell& cell = cell_of(node);
     return shape == Shape::scalar ? cell.scalar_computed : cell.list_computed;
   }
   std::uint64_t next_stretch() { return ++stretch_; }
@@ -235,8 +234,11 @@ class References {
 
  private:
   struct Cell {
+    Node* node = nullptr;
     Scalar scalar = 0;
     List list;
+    // What a list has to be again at the end, of which only the first element is bound.
+    List kept_list;
     Shape shape = Shape::scalar;
     bool has_scalar = false;
     bool has_list = false;
@@ -248,6 +250,15 @@ class References {
     std::uint64_t scalar_computed = 0;
     std::uint64_t list_computed = 0;
   };
+
+  Cell& cell_of(Node& node) {
+    if (node.compilation_ != compilation_) {
+      node.compilation_ = compilation_;
+      node.number_ = cells_.size();
+      cells_.emplace_back().node = &node;
+    }
+    return cells_[node.number_];
+  }
 
   template <class Right>
   List each(Program::Code code, const List& left, const Right& right) {
@@ -300,8 +311,8 @@ class References {
   }
 
   std::unique_ptr<Program> program_;
-  std::unordered_map<Node*, Cell> cells_;
-  std::unordered_map<Node*, List> kept_lists_;
+  std::uint64_t compilation_;
+  std::vector<Cell> cells_;
   std::uint64_t stretch_ = 0;
 };
 

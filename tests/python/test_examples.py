@@ -460,38 +460,32 @@ def test_custom_model_agrees_with_scipy_and_recovers_a_known_one(tmp_path, monke
 def test_facies_honour_samples_and_the_model_turns_with_the_layers(tmp_path, monkeypatch, capsys):
     run_script("--out", tmp_path, "--realisations", 3, script=FACIES)
     cubes, names = (np.load(tmp_path / "facies.npz")[k] for k in ("realisations", "classes"))
-    rows = np.loadtxt(tmp_path / "samples.csv", str, delimiter=",", skiprows=1)
-    places, by_cell = rows[:, :3].astype(float), {}
-    for cell, name in zip((places // [10, 10, 4]).astype(int), rows[:, 3], strict=True):
-        if all(cell < cubes.shape[1:]):
-            by_cell.setdefault(tuple(cell), []).append(name)
-    pure = {cell: found[0] for cell, found in by_cell.items() if len(set(found)) == 1}
-    assert len(pure) > 1000
-    assert all((names[cubes[(slice(None), *cell)]] == name).all() for cell, name in pure.items())
-    stays = {lag: np.mean(cubes[..., lag:] == cubes[..., :-lag]) for lag in (1, 14)}
-    assert stays[1] > stays[14] + 0.25
-    assert matplotlib.image.imread(tmp_path / "facies.png").std() > 0.05
-
     monkeypatch.syspath_prepend(SCRIPT.parent)
     script = importlib.import_module(FACIES.stem)
     columns = {"x": "x", "y": "y", "z": "z", "category": "lithology"}
-    flat = script.read_samples(tmp_path / "samples.csv", columns)
-    axes = np.asarray(talvorix.Ellipsoid(1, 1, 1, 35, -30, 10).matrix())
-    level = np.asarray(talvorix.Ellipsoid(1, 1, 1, 0, 0, 0).matrix())
-    turned = script.replace(flat, locations=flat.locations @ level.T @ axes)
-    first, second = (script.fit(flat, level, None), script.fit(turned, axes, None))
-    assert first.ranges == pytest.approx(second.ranges, rel=1e-6) and first.ranges[0] > 30
+    flat, by_cell = script.read_samples(tmp_path / "samples.csv", columns), {}
+    for *cell, code in np.column_stack([flat.locations // [10, 10, 4], flat.codes]).astype(int):
+        if all(np.array(cell) < cubes.shape[1:]):
+            by_cell.setdefault(tuple(cell), set()).add(code)
+    pure = [(cell, *codes) for cell, codes in by_cell.items() if len(codes) == 1]
+    assert all((cubes[(slice(None), *cell)] == code).all() for cell, code in pure)
+    assert len(pure) > 1000 and list(names) == flat.classes
+    near, far = (np.mean(cubes[..., lag:] == cubes[..., :-lag]) for lag in (1, 14))
+    assert near > far + 0.25 and matplotlib.image.imread(tmp_path / "facies.png").std() > 0.05
+
+    level, axes = np.eye(3), np.asarray(talvorix.Ellipsoid(1, 1, 1, 35, -30, 9).matrix())
+    turned = script.replace(flat, locations=flat.locations @ axes)
+    model = script.fit(turned, axes, None)
+    assert model.ranges == pytest.approx(script.fit(flat, level, None).ranges, rel=1e-3)
     u, v = np.array([[3.0, 40, 9], [-20.0, 21, 5]])
-    table = second.formulas(second.ranges[1])(*second.stretch(np.array([u, v])).tolist())
-    expected = second.transitions((v - u)[None])[0]
-    np.testing.assert_allclose(np.array([list(row) for row in table]), expected, rtol=1e-9)
-    for option, message in (
-        ("--ranges=5", "ranges: expected a list of 2"),
-        ("--x=E", "'E' for --x"),
-    ):
-        table = str(tmp_path / "samples.csv")
-        grid = [f"{name}={GOOD[name]}" for name in ("--origin", "--cells", "--size")]
-        assert script.main([table, *grid, f"--out={tmp_path / 'no'}", option]) == 2
+    table = model.formulas(model.ranges[1])(*model.stretch(np.array([u, v])).tolist())
+    squared = np.sum(((v - u) @ axes.T / model.ranges[[0, 0, 1]]) ** 2)
+    expected = model.shares + (np.eye(4) - model.shares) / (1 + squared) ** model.power
+    for matrix in (table, model.transitions([v - u])[0]):
+        np.testing.assert_allclose([list(row) for row in matrix], expected)
+    for option, message in (("--ranges=5", "a list of 2 numbers"), ("--x=E", "'E' for --x")):
+        grid = [*map("=".join, GOOD.items())][2:]
+        assert script.main([f"{tmp_path}/samples.csv", *grid, f"--out={tmp_path}/no", option]) == 2
         assert message in capsys.readouterr().err and not (tmp_path / "no").exists()
 
 
