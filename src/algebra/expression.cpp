@@ -1,8 +1,10 @@
 #include "algebra/expression.h"
 
+#include "algebra/program.h"
 #include "algebra/traversal.h"
 #include "core/arguments.h"
 
+#include <algorithm>
 #include <atomic>
 #include <iterator>
 
@@ -74,6 +76,7 @@ class Cells {
   T sum_of_squares(const List& list) const { return list.sum_of_squares(); }
   T norm(const List& list) const { return list.norm(); }
   List list_of(const T& value) const { return List{value}; }
+  void note_call() const {}
 };
 
 namespace {
@@ -279,13 +282,22 @@ template <class T>
 Function<T>::Function(Arguments arguments, Handle expression)
     : Expression<T>(Kind::function, expression->shape()),
       arguments_(std::move(arguments)),
-      expression_(std::move(expression)) {}
+      expression_(std::move(expression)),
+      program_(compile_lasting(*this)) {}
 
 template <class T>
 Function<T>::~Function() {
   std::vector<Handle> nodes(1);
   nodes[0] = std::move(expression_);
   release<T>(std::move(nodes));
+}
+
+template <class T>
+std::shared_ptr<const Program> Function<T>::lasting_program() const {
+  const bool are_scalars =
+      std::all_of(arguments_.begin(), arguments_.end(),
+                  [](const auto& argument) { return argument->shape() == Shape::scalar; });
+  return are_scalars ? program_ : nullptr;
 }
 
 template <class T>

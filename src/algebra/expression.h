@@ -39,6 +39,7 @@ enum class Shape : std::int32_t { list = 0, scalar = 1 };
 
 const char* shape_name(Shape shape);
 
+class Program;
 template <class T>
 class Cells;
 template <class T>
@@ -195,6 +196,10 @@ class Function final : public Expression<T> {
   const Arguments& arguments() const { return arguments_; }
   const Handle& expression() const { return expression_; }
 
+  // The function with a scalar for each argument as a program, when there is one that stays true
+  // whatever becomes of the cells: short formulas have it from when they were made. Else null.
+  std::shared_ptr<const Program> lasting_program() const;
+
   // Binds a scalar to each argument, or to the first element of one that is a list, and evaluates;
   // a list gives its norm.
   T scalar_function(const JetList<T>& x, PollRef poll) const;
@@ -210,6 +215,7 @@ class Function final : public Expression<T> {
 
   Arguments arguments_;
   Handle expression_;
+  std::shared_ptr<const Program> program_;
 };
 
 }  // namespace talvorix::ast

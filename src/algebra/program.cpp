@@ -2,7 +2,9 @@
 
 #include "algebra/traversal.h"
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
@@ -27,7 +29,7 @@ double constant_of(const Jet& value) {
 
 }  // namespace
 
-std::size_t Program::structure_hash() const {
+std::size_t Program::hash_structure() const {
   std::size_t hash = instructions_.size();
   for (const Instruction& instruction : instructions_) {
     for (const auto part :
@@ -79,7 +81,9 @@ class References {
   using List = std::vector<Program::Reference>;
   using Node = Expression<T>;
 
-  explicit References(std::size_t n_inputs) : program_(std::make_unique<Program>()) {
+  // Refuses graphs of more nodes than that.
+  References(std::size_t n_inputs, std::size_t most_nodes)
+      : program_(std::make_unique<Program>()), most_nodes_(most_nodes) {
     static std::atomic<std::uint64_t> last{0};
     compilation_ = ++last;
     program_->n_inputs_ = n_inputs;
@@ -137,6 +141,7 @@ class References {
     }
     program_->result_ = result;
     program_->drop_unread();
+    program_->structure_hash_ = program_->hash_structure();
     return std::move(program_);
   }
 
@@ -231,6 +236,14 @@ class References {
     return emit(Program::Code::root, squares, squares);
   }
   List list_of(Scalar value) { return {value}; }
+  void note_call() { has_calls_ = true; }
+
+  // Whether anything but the inputs and constants went into the program.
+  bool depends_on_cells() const {
+    return has_calls_ || std::any_of(cells_.begin(), cells_.end(), [](const Cell& cell) {
+             return cell.node->kind() == Kind::variable && (cell.read_scalar || cell.read_list);
+           });
+  }
 
  private:
   struct Cell {
@@ -253,6 +266,9 @@ class References {
 
   Cell& cell_of(Node& node) {
     if (node.compilation_ != compilation_) {
+      if (cells_.size() == most_nodes_) {
+        throw NotAProgram();
+      }
       node.compilation_ = compilation_;
       node.number_ = cells_.size();
       cells_.emplace_back().node = &node;
@@ -312,7 +328,9 @@ class References {
 
   std::unique_ptr<Program> program_;
   std::uint64_t compilation_;
+  std::size_t most_nodes_;
   std::vector<Cell> cells_;
+  bool has_calls_ = false;
   std::uint64_t stretch_ = 0;
 };
 
@@ -329,7 +347,7 @@ std::unique_ptr<Program> compile_bound(const std::vector<std::shared_ptr<Variabl
   if (rows.lengths.size() > variables.size() || n_inputs > most_inputs) {
     return nullptr;
   }
-  References<T> references(n_inputs);
+  References<T> references(n_inputs, std::numeric_limits<std::size_t>::max());
   std::unique_ptr<Program> program;
   try {
     Program::Reference first = 0;
@@ -361,6 +379,36 @@ std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& r
 }
 
 template <class T>
+std::shared_ptr<const Program> compile_lasting(const Function<T>& function) {
+  constexpr std::size_t short_graph = 512;
+  Expression<T>& expression = *function.expression();
+  // What any other node yields may change.
+  if (expression.kind() != Kind::transformation || expression.shape() != Shape::scalar ||
+      function.arguments().size() > short_graph) {
+    return nullptr;
+  }
+  References<T> references(function.arguments().size(), short_graph);
+  try {
+    Program::Reference input = 0;
+    for (const auto& argument : function.arguments()) {
+      if (argument->shape() != Shape::scalar) {
+        return nullptr;
+      }
+      references.bind(*argument, input++, 1, false);
+    }
+    InterruptPoller poll;
+    Traversal<T, References<T>> traversal(references, poll);
+    auto program = references.finish(traversal.scalar(expression));
+    if (!references.depends_on_cells()) {
+      return program;
+    }
+  } catch (const std::runtime_error&) {
+  } catch (const std::out_of_range&) {
+  }
+  return nullptr;
+}
+
+template <class T>
 std::unique_ptr<Program> compile(Expression<T>& expression,
                                  const std::vector<std::shared_ptr<Variable<T>>>& variables,
                                  const InputRows& rows, PollRef poll) {
@@ -373,6 +421,8 @@ template std::unique_ptr<Program> compile(const Function<double>&, const InputRo
                                           Footprint<double>&);
 template std::unique_ptr<Program> compile(const Function<Jet>&, const InputRows&, PollRef,
                                           Footprint<Jet>&);
+template std::shared_ptr<const Program> compile_lasting(const Function<double>&);
+template std::shared_ptr<const Program> compile_lasting(const Function<Jet>&);
 template std::unique_ptr<Program> compile(Expression<double>&,
                                           const std::vector<std::shared_ptr<Variable<double>>>&,
                                           const InputRows&, PollRef);

@@ -32,7 +32,7 @@ class Program {
     return n_inputs_ == other.n_inputs_ && result_ == other.result_ &&
            constants_.size() == other.constants_.size() && instructions_ == other.instructions_;
   }
-  std::size_t structure_hash() const;
+  std::size_t structure_hash() const { return structure_hash_; }
 
   // Scratch is the caller's and is kept from run to run.
   template <class U>
@@ -51,6 +51,7 @@ class Program {
     bool operator==(const Instruction&) const = default;
   };
 
+  std::size_t hash_structure() const;
   // Leaves out what does not reach the result: where it is not finite it would spoil derivatives.
   void drop_unread();
 
@@ -61,6 +62,7 @@ class Program {
   std::vector<Instruction> instructions_;
   std::vector<double> constants_;
   Reference result_ = 0;
+  std::size_t structure_hash_ = 0;
 };
 
 template <class U>
@@ -134,6 +136,10 @@ struct Footprint {
 template <class T>
 std::unique_ptr<Program> compile(const Function<T>& function, const InputRows& rows, PollRef poll,
                                  Footprint<T>& footprint);
+
+// The program of a function of scalars, if it is short and depends on nothing that may change.
+template <class T>
+std::shared_ptr<const Program> compile_lasting(const Function<T>& function);
 
 // The same with an expression that is evaluated as a scalar, and the variables that are bound.
 template <class T>

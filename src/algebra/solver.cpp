@@ -174,7 +174,7 @@ class BatchCost final : public ceres::CostFunction {
 template <class How>
 class AbstractCost {
  public:
-  AbstractCost(std::shared_ptr<DualFunction> function, std::unique_ptr<ast::Program> program,
+  AbstractCost(std::shared_ptr<DualFunction> function, std::shared_ptr<const ast::Program> program,
                const std::vector<std::size_t>& lengths, Search& search)
       : function_(std::move(function)),
         program_(std::move(program)),
@@ -198,7 +198,7 @@ class AbstractCost {
 
  private:
   std::shared_ptr<DualFunction> function_;
-  std::unique_ptr<ast::Program> program_;
+  std::shared_ptr<const ast::Program> program_;
   std::vector<std::size_t> lengths_;
   Search& search_;
 };
@@ -234,9 +234,11 @@ struct Vectors {
 using AbstractScalarCost = AbstractCost<Scalars>;
 using AbstractVectorCost = AbstractCost<Vectors>;
 
+using ProgramHandle = std::shared_ptr<const ast::Program>;
+
 // Puts programs of one structure together, in the order in which each structure first came.
 std::vector<std::vector<const ast::Program*>> by_structure(
-    const std::vector<std::unique_ptr<ast::Program>>& programs) {
+    const std::vector<ProgramHandle>& programs) {
   std::vector<std::vector<const ast::Program*>> groups;
   std::unordered_map<std::size_t, std::vector<std::size_t>> of_hash;
   for (const auto& program : programs) {
@@ -257,14 +259,25 @@ std::vector<std::vector<const ast::Program*>> by_structure(
 // The programs of functions, null for what has to be evaluated node by node: all of them when one
 // reads what another leaves behind.
 template <class How>
-std::vector<std::unique_ptr<ast::Program>> compile_all(
-    const std::vector<std::shared_ptr<DualFunction>>& costs,
-    const std::vector<std::size_t>& lengths, Search& search) {
-  std::vector<std::unique_ptr<ast::Program>> programs;
+std::vector<ProgramHandle> compile_all(const std::vector<std::shared_ptr<DualFunction>>& costs,
+                                       const std::vector<std::size_t>& lengths, Search& search) {
+  std::vector<ProgramHandle> programs;
   programs.reserve(costs.size());
   ast::Footprint<Jet> footprint;
+  const ast::InputRows rows = How::rows(lengths);
+  const bool are_scalars = std::all_of(rows.lengths.begin(), rows.lengths.end(),
+                                       [](std::size_t length) { return length == 1; });
   for (const auto& function : costs) {
-    programs.push_back(ast::compile(*function, How::rows(lengths), PollRef(search), footprint));
+    search.poll();
+    ProgramHandle program = are_scalars ? function->lasting_program() : nullptr;
+    if (program && program->n_inputs() == rows.lengths.size()) {
+      for (const auto& argument : function->arguments()) {
+        footprint.changed.insert(argument.get());
+      }
+    } else {
+      program = ast::compile(*function, rows, PollRef(search), footprint);
+    }
+    programs.push_back(std::move(program));
   }
   const bool are_apart =
       std::none_of(footprint.read.begin(), footprint.read.end(),

@@ -18,7 +18,8 @@ namespace talvorix::ast {
 // A domain has the types Scalar and List; scalar(node), list(node) and shape(node) to read cells;
 // store(node, value), which sets a cell and the shape, and set_shape(node, shape), both telling
 // whether the shape changed; computed(node, shape), a number that it keeps for each cell, first 0;
-// number(x) and numbers(x) for constants; and the arithmetic used below.
+// number(x) and numbers(x) for constants; note_call(), told of every call; and the arithmetic used
+// below.
 template <class T, class Domain>
 class Traversal {
  public:
@@ -113,6 +114,7 @@ class Traversal {
 
   void visit_operands(Transformation<T>& node, Shape shape) {
     if (node.operation() == Operation::call) {
+      domain_.note_call();
       tasks_.push_back({Step::bind_next, shape, &node});
       return;
     }
