@@ -3,8 +3,10 @@
 #include "algebra/traversal.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <limits>
+#include <mutex>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
@@ -29,48 +31,56 @@ double constant_of(const Jet& value) {
 
 }  // namespace
 
-std::size_t Program::hash_structure() const {
-  std::size_t hash = instructions_.size();
-  for (const Instruction& instruction : instructions_) {
-    for (const auto part :
-         {static_cast<Reference>(instruction.code), instruction.left, instruction.right}) {
-      // FNV-1a.
-      hash = (hash ^ static_cast<std::size_t>(part)) * 0x100000001b3U;
-    }
-  }
-  return hash;
-}
-
-void Program::drop_unread() {
+void Program::complete(Instructions instructions, Reference result) {
   const auto first = static_cast<Reference>(n_inputs_);
-  std::vector<bool> is_read(instructions_.size(), false);
+  std::vector<bool> is_read(instructions.size(), false);
   const auto read = [&](Reference reference) {
     if (reference >= first) {
       is_read[static_cast<std::size_t>(reference - first)] = true;
     }
   };
-  read(result_);
-  for (std::size_t i = instructions_.size(); i-- > 0;) {
+  read(result);
+  for (std::size_t i = instructions.size(); i-- > 0;) {
     if (is_read[i]) {
-      read(instructions_[i].left);
-      read(instructions_[i].right);
+      read(instructions[i].left);
+      read(instructions[i].right);
     }
   }
-  std::vector<Reference> moved(instructions_.size());
+  std::vector<Reference> moved(instructions.size());
   const auto follow = [&](Reference reference) {
     return reference < first ? reference : moved[static_cast<std::size_t>(reference - first)];
   };
   std::size_t n_kept = 0;
-  for (std::size_t i = 0; i < instructions_.size(); ++i) {
+  // FNV-1a.
+  structure_hash_ = n_inputs_;
+  const auto hash = [this](Reference part) {
+    structure_hash_ = (structure_hash_ ^ static_cast<std::size_t>(part)) * 0x100000001b3U;
+  };
+  for (std::size_t i = 0; i < instructions.size(); ++i) {
     if (is_read[i]) {
-      const Instruction& kept = instructions_[i];
-      instructions_[n_kept] = {kept.code, follow(kept.left), follow(kept.right)};
+      const Instruction kept = {instructions[i].code, follow(instructions[i].left),
+                                follow(instructions[i].right)};
+      hash(static_cast<Reference>(kept.code));
+      hash(kept.left);
+      hash(kept.right);
+      instructions[n_kept] = kept;
       moved[i] = first + static_cast<Reference>(n_kept);
       ++n_kept;
     }
   }
-  instructions_.resize(n_kept);
-  result_ = follow(result_);
+  instructions.resize(n_kept);
+  result_ = follow(result);
+
+  // The last structures that were made, of which the next ones mostly are.
+  static std::mutex mutex;
+  static std::array<std::weak_ptr<const Instructions>, 64> recent;
+  const std::lock_guard lock(mutex);
+  std::weak_ptr<const Instructions>& place = recent[structure_hash_ % recent.size()];
+  instructions_ = place.lock();
+  if (instructions_ == nullptr || *instructions_ != instructions) {
+    instructions_ = std::make_shared<const Instructions>(std::move(instructions));
+    place = instructions_;
+  }
 }
 
 // The domain in which graphs are compiled: cells hold references to what will stand in them.
@@ -139,9 +149,8 @@ class References {
         throw NotAProgram();
       }
     }
-    program_->result_ = result;
-    program_->drop_unread();
-    program_->structure_hash_ = program_->hash_structure();
+    program_->complete(std::move(instructions_), result);
+    program_->constants_.shrink_to_fit();
     return std::move(program_);
   }
 
@@ -311,9 +320,9 @@ class References {
     if (code == Program::Code::add && left < 0 && value_of(left) == 0.0) {
       return right;
     }
-    require_room(program_->instructions_.size());
-    program_->instructions_.push_back({code, left, right});
-    return static_cast<Scalar>(program_->n_inputs_ + program_->instructions_.size() - 1);
+    require_room(instructions_.size());
+    instructions_.push_back({code, left, right});
+    return static_cast<Scalar>(program_->n_inputs_ + instructions_.size() - 1);
   }
   double value_of(Scalar reference) const {
     return program_->constants_[static_cast<std::size_t>(-1 - reference)];
@@ -327,6 +336,7 @@ class References {
   }
 
   std::unique_ptr<Program> program_;
+  Program::Instructions instructions_;
   std::uint64_t compilation_;
   std::size_t most_nodes_;
   std::vector<Cell> cells_;

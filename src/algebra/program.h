@@ -25,12 +25,12 @@ class Program {
   using Reference = std::int32_t;
 
   std::size_t n_inputs() const { return n_inputs_; }
-  std::size_t size() const { return instructions_.size(); }
 
   // Whether the two differ in their constants alone.
   bool has_structure_of(const Program& other) const {
     return n_inputs_ == other.n_inputs_ && result_ == other.result_ &&
-           constants_.size() == other.constants_.size() && instructions_ == other.instructions_;
+           constants_.size() == other.constants_.size() &&
+           (instructions_ == other.instructions_ || *instructions_ == *other.instructions_);
   }
   std::size_t structure_hash() const { return structure_hash_; }
 
@@ -51,15 +51,18 @@ class Program {
     bool operator==(const Instruction&) const = default;
   };
 
-  std::size_t hash_structure() const;
-  // Leaves out what does not reach the result: where it is not finite it would spoil derivatives.
-  void drop_unread();
+  using Instructions = std::vector<Instruction>;
+
+  // Takes the instructions that make a result. What does not reach it is left out, since it would
+  // spoil derivatives where it is not finite.
+  void complete(Instructions instructions, Reference result);
 
   template <class U>
   static void calculate(Code code, const auto& left, const auto& right, U& result);
 
   std::size_t n_inputs_ = 0;
-  std::vector<Instruction> instructions_;
+  // Programs of one structure, of which there may be many, share them.
+  std::shared_ptr<const Instructions> instructions_;
   std::vector<double> constants_;
   Reference result_ = 0;
   std::size_t structure_hash_ = 0;
@@ -89,7 +92,7 @@ void Program::calculate(Code code, const auto& left, const auto& right, U& resul
 
 template <class U>
 U Program::run(std::span<const U> inputs, std::vector<U>& scratch) const {
-  const std::size_t n = n_inputs_ + instructions_.size();
+  const std::size_t n = n_inputs_ + instructions_->size();
   if (scratch.size() < n) {
     scratch.resize(n);
   }
@@ -101,7 +104,7 @@ U Program::run(std::span<const U> inputs, std::vector<U>& scratch) const {
   const auto constant = [this](Reference reference) {
     return constants_[static_cast<std::size_t>(-1 - reference)];
   };
-  for (const Instruction& instruction : instructions_) {
+  for (const Instruction& instruction : *instructions_) {
     // Constants have no derivatives, which saves calculating with them.
     if (instruction.left < 0) {
       calculate(instruction.code, constant(instruction.left), values[instruction.right], *result);

@@ -134,7 +134,7 @@ void ProgramBatch::forward(std::size_t begin, double* registers) const {
                          : registers + static_cast<std::size_t>(reference) * lanes;
   };
   double* result = registers + n_inputs_ * lanes;
-  for (const Program::Instruction& instruction : instructions_) {
+  for (const Program::Instruction& instruction : *instructions_) {
     calculate(instruction.code, operand(instruction.left), operand(instruction.right), result);
     result += lanes;
   }
@@ -145,12 +145,12 @@ void ProgramBatch::backward(std::size_t begin, const double* registers, double* 
     return reference < 0 ? constant(reference, begin)
                          : registers + static_cast<std::size_t>(reference) * lanes;
   };
-  std::fill_n(adjoints, (n_inputs_ + instructions_.size()) * lanes, 0.0);
+  std::fill_n(adjoints, (n_inputs_ + instructions_->size()) * lanes, 0.0);
   if (result_ >= 0) {
     std::fill_n(adjoints + static_cast<std::size_t>(result_) * lanes, lanes, 1.0);
   }
-  for (std::size_t i = instructions_.size(); i-- > 0;) {
-    const Program::Instruction& instruction = instructions_[i];
+  for (std::size_t i = instructions_->size(); i-- > 0;) {
+    const Program::Instruction& instruction = (*instructions_)[i];
     const double* const result = registers + (n_inputs_ + i) * lanes;
     const double* const adjoint = adjoints + (n_inputs_ + i) * lanes;
     const double* const left = operand(instruction.left);
@@ -168,7 +168,7 @@ void ProgramBatch::backward(std::size_t begin, const double* registers, double* 
 
 void ProgramBatch::run(std::span<const double> inputs, double* values, double* derivatives,
                        std::vector<double>& scratch) const {
-  const std::size_t n_registers = n_inputs_ + instructions_.size();
+  const std::size_t n_registers = n_inputs_ + instructions_->size();
   if (scratch.size() < 2 * n_registers * lanes) {
     scratch.resize(2 * n_registers * lanes);
   }

@@ -40,7 +40,7 @@ class ProgramBatch {
 
   std::size_t size_;
   std::size_t n_inputs_;
-  std::vector<Program::Instruction> instructions_;
+  std::shared_ptr<const Program::Instructions> instructions_;
   Reference result_;
   std::vector<Constants> constants_;
 };
