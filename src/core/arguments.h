@@ -22,9 +22,9 @@ inline void require_equal_lengths(const char* name, std::size_t length, const ch
 inline void require_reach_of(const char* name, std::size_t length, const char* other_name,
                              std::size_t other_length) {
   if (length < other_length) {
-    throw std::out_of_range(std::string(name) + " has " + std::to_string(length) +
-                            " entries but " + other_name + " has " +
-                            std::to_string(other_length) + "; it must have as many");
+    throw std::out_of_range(std::string(name) + " has " + std::to_string(length) + " entries but " +
+                            other_name + " has " + std::to_string(other_length) +
+                            "; it must have as many");
   }
 }
 
