@@ -182,7 +182,7 @@ void Variable<T>::assign(const T& value) {
     return;
   }
   if (this->list_.size() == 0) {
-    throw std::out_of_range("variable " + name_ + " is an empty list and cannot take a value");
+    throw std::runtime_error("Invalid argument!!!");
   }
   this->list_[0] = value;
 }
@@ -194,7 +194,7 @@ void Variable<T>::assign(const JetList<T>& values) {
     return;
   }
   if (values.size() == 0) {
-    throw std::out_of_range("variable " + name_ + " is a scalar and was given an empty row");
+    throw std::runtime_error("Invalid argument!!!");
   }
   this->scalar_ = values[0];
 }

@@ -55,12 +55,15 @@ class Variable(Node):
         return self.cells[wanted]
 
     def assign(self, content):
-        if isinstance(content, list):
+        is_list = isinstance(content, list)
+        # There has to be an element to take, or one to replace.
+        if is_list != (self.shape == LIST) and not (content if is_list else self.cells[LIST]):
+            raise RuntimeError("Invalid argument!!!")
+        if is_list:
             self.cells[self.shape] = content[0] if self.shape == SCALAR else content
         elif self.shape == SCALAR:
             self.cells[SCALAR] = content
         else:
-            self.cells[LIST][0]  # there has to be one
             self.cells[LIST] = [content, *self.cells[LIST][1:]]
 
 

@@ -135,7 +135,8 @@ def test_random_formulas_and_their_cells(tree):
                 twins.evaluate()
             errors |= twins.errors
     texts = "invalid call!!!\n", "invalid eval call!!!", "Invalid lhs!!!", "Invalid rhs!!!"
-    expected = [(RuntimeError, text) for text in (*texts, "Invalid variable types")]
+    texts += "Invalid variable types", "Invalid argument!!!"
+    expected = [(RuntimeError, text) for text in texts]
     assert errors == {None, (IndexError, ""), (ValueError, ""), *expected}
 
 

@@ -1,10 +1,12 @@
 """Transiograms and the simulation of classes along a random path."""
 
+import gc
 import math
 import threading
 
 import numpy as np
 import pytest
+import talvorix
 from literal import Engine, anisotropy_matrix
 from talvorix import Ellipsoid, algebra, markov_chain, transiogram
 
@@ -199,3 +201,54 @@ def test_functions_may_call_back_and_be_called_from_several_threads():
         thread.join()
     simulate(inner)
     assert results[:-1] == [results[-1]] * 4
+
+
+def formulas(scalar, factor):
+    """A table of formulas, and the same as a function; a third variable is a factor."""
+    tree = talvorix.jet.ast if scalar == "dual" else talvorix.ast
+    module = transiogram.jet if scalar == "dual" else transiogram
+    u, v, f = tree.Variable("u", [0.0]), tree.Variable("v", 0.0), tree.Variable("f", factor)
+    # The variables become vectors when the table is used, but operators look at them now.
+    v.eval([0.0, 0.0, 0.0])
+    away = (u - v) * (u - v) + 1.0
+    kernels = [[f / away, f / (away * 3.0)], [(u * v) * (u * v) + 0.5, f / away]]
+
+    def function(i, j, p, q):
+        d, value = math.dist(p, q) ** 2 + 1, float(f.scalar())
+        return {(0, 1): value / (3 * d), (1, 0): np.dot(p, q) ** 2 + 0.5}.get((i, j), value / d)
+
+    return module.Transiogram(u, v, kernels), function, f
+
+
+@BOTH
+def test_tables_of_formulas(scalar):
+    table, function, factor = formulas(scalar, 2.0)
+    gc.collect()
+    rng = np.random.default_rng(6)
+    targets, data = rng.uniform(-1, 1, (60, 3)), rng.uniform(-1, 1, (9, 3))
+    values = rng.integers(0, 2, 9).tolist()
+    functions = [[lambda p, q, i=i, j=j: function(i, j, p, q) for j in (0, 1)] for i in (0, 1)]
+    module = markov_chain.jet if scalar == "dual" else markov_chain
+    for value in (2.0, 0.25):
+        # What other variables hold counts when a simulation begins.
+        factor.eval(value)
+        u, v = rng.uniform(-1, 1, (2, 3))
+        for row, expected in zip(table(u, v), functions, strict=True):
+            assert [float(x) for x in row] == pytest.approx([f(u, v) for f in expected])
+        found = module.simulation(targets, data, values, table, SPHERE, seed=5)
+        same = transiogram.Transiogram(functions)
+        assert found == markov_chain.simulation(targets, data, values, same, SPHERE, seed=5)
+
+
+def test_formulas_that_are_no_transitions():
+    x = talvorix.ast.Variable("x", [1.0, 2.0, 3.0])
+    table = transiogram.Transiogram(x, x, [[x + x]])
+    for use in (
+        lambda: table(0, 0, [1, 2, 3], [1, 2, 3]),
+        lambda: markov_chain.simulation([[0, 0, 0]], [[1, 1, 1]], [0], table, SPHERE),
+    ):
+        with pytest.raises(RuntimeError, match=r"^invalid call!!!\n$"):
+            use()
+    for kernels in ([[None]], [[1.0]], [x]):
+        with pytest.raises(TypeError):
+            transiogram.Transiogram(x, x, kernels)
