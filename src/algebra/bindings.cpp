@@ -882,12 +882,14 @@ Returns
 -------
 tuple of (dict, float)
     The best values by the names of the variables, and the cost there: half the sum of what the
-    residuals count.
+    residuals count. Where a residual or a derivative is not finite at the start, the values are
+    those of the start and the cost is -1.
 
 Raises
 ------
 ValueError
-    When there are no variables, or bounds are fewer than the values of their variable.
+    When there are no variables, bounds are fewer than the values of their variable, or a lower
+    bound is not less than the upper one.
 IndexError
     When a function has fewer arguments than there are variables.
 RuntimeError

@@ -348,6 +348,19 @@ class Callback : public ceres::IterationCallback {
 using ScalarCallback = Callback<double>;
 using VectorCallback = Callback<std::vector<double>>;
 
+// Sets the bounds of one parameter. The solver would refuse such as leave no room, with no word
+// why.
+void set_bounds(ceres::Problem& problem, const std::string& name, double* block, std::size_t i,
+                double lower, double upper) {
+  if (lower >= upper) {
+    throw std::invalid_argument("boundary of " + name + " has " + std::to_string(lower) +
+                                " for a lower and " + std::to_string(upper) +
+                                " for an upper bound; the lower one must be less");
+  }
+  problem.SetParameterLowerBound(block, static_cast<int>(i), lower);
+  problem.SetParameterUpperBound(block, static_cast<int>(i), upper);
+}
+
 void require_variables(const std::vector<std::shared_ptr<DualFunction>>& costs, std::size_t n) {
   if (n == 0) {
     throw std::invalid_argument("variables is empty; there must be something to vary");
@@ -396,11 +409,11 @@ Solution<double> solve(const std::vector<std::shared_ptr<DualFunction>>& costs,
     x.push_back(variable->scalar().a);
   }
   problem.AddParameterBlock(x.data(), n);
-  for (int i = 0; i < n; ++i) {
-    const auto bounds = boundary.find(variables[static_cast<std::size_t>(i)]->name());
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    const std::string& name = variables[i]->name();
+    const auto bounds = boundary.find(name);
     if (bounds != boundary.end()) {
-      problem.SetParameterLowerBound(x.data(), i, bounds->second.first);
-      problem.SetParameterUpperBound(x.data(), i, bounds->second.second);
+      set_bounds(problem, name, x.data(), i, bounds->second.first, bounds->second.second);
     }
   }
   ScalarCallback after_iteration(callback, x, search);
@@ -459,8 +472,7 @@ Solution<std::vector<double>> solve(const std::vector<std::shared_ptr<DualFuncti
           std::to_string(block.size()) + " values");
     }
     for (std::size_t k = 0; k < block.size(); ++k) {
-      problem.SetParameterLowerBound(block.data(), static_cast<int>(k), lower[k]);
-      problem.SetParameterUpperBound(block.data(), static_cast<int>(k), upper[k]);
+      set_bounds(problem, variables[i]->name(), block.data(), k, lower[k], upper[k]);
     }
   }
   VectorCallback after_iteration(callback, blocks, search);
