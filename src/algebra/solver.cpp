@@ -2,19 +2,17 @@
 
 #include "algebra/program.h"
 #include "algebra/program_batch.h"
+#include "algebra/search_guard.h"
 #include "core/arguments.h"
 #include "core/interrupt.h"
 #include "core/parallel.h"
 
 #include <ceres/ceres.h>
-#include <glog/logging.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
-#include <exception>
 #include <iostream>
 #include <mutex>
 #include <span>
@@ -26,34 +24,15 @@ namespace talvorix {
 
 namespace {
 
-// What the costs of one search share. The solver knows no exceptions: the first one is kept and
-// everything fails from then on.
-class Search {
+// What the costs of one search share.
+class Search : public SearchGuard {
  public:
-  // Whether work() could be done.
-  template <class Work>
-  bool attempt(const Work& work) {
-    if (has_failed_) {
-      return false;
-    }
-    try {
-      return work();
-    } catch (...) {
-      const std::lock_guard lock(error_mutex_);
-      if (!error_) {
-        error_ = std::current_exception();
-      }
-      has_failed_ = true;
-      return false;
-    }
-  }
-
   // Only the calling thread may look for the user's wish to stop; others hear of it here.
   void poll() {
     if (std::this_thread::get_id() == caller_) {
       poller_();
     }
-    if (has_failed_) {
+    if (has_failed()) {
       throw std::runtime_error("another evaluation has failed");
     }
   }
@@ -70,39 +49,14 @@ class Search {
     return lock;
   }
 
-  void rethrow() const {
-    if (error_) {
-      std::rethrow_exception(error_);
-    }
-  }
-
  private:
   std::thread::id caller_ = std::this_thread::get_id();
   InterruptPoller poller_;
-  std::atomic<bool> has_failed_{false};
-  std::mutex error_mutex_;
-  std::exception_ptr error_;
   std::mutex cells_mutex_;
 };
 
-// While one lives, the solver does not log on standard error what its results tell.
-class QuietLog {
- public:
-  QuietLog() : level_(std::exchange(FLAGS_minloglevel, google::GLOG_FATAL)) {}
-  ~QuietLog() { FLAGS_minloglevel = level_; }
-  QuietLog(const QuietLog&) = delete;
-  QuietLog& operator=(const QuietLog&) = delete;
-
- private:
-  int level_;
-};
-
-// The solver would say the same of other numbers, but at length on standard error.
 bool is_usable(double x) { return std::isfinite(x); }
 bool is_usable(const Jet& x) { return std::isfinite(x.a) && x.v.allFinite(); }
-bool are_usable(const double* values, std::size_t n) {
-  return std::all_of(values, values + n, [](double value) { return std::isfinite(value); });
-}
 
 void take(const Jet& value, Jet& residual) { residual = value; }
 void take(const Jet& value, double& residual) { residual = value.a; }

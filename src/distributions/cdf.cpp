@@ -2,7 +2,7 @@
 
 #include "core/arguments.h"
 #include "core/lower_bound.h"
-#include "distributions/map_in_place.h"
+#include "core/map_in_place.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "distributions/distribution_transform.h"
 
 #include "core/arguments.h"
-#include "distributions/map_in_place.h"
+#include "core/map_in_place.h"
 
 #include <span>
 #include <utility>

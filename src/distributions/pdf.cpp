@@ -1,6 +1,6 @@
 #include "distributions/pdf.h"
 
-#include "distributions/map_in_place.h"
+#include "core/map_in_place.h"
 
 #include <array>
 #include <span>
