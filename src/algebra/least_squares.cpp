@@ -1,17 +1,23 @@
 #include "algebra/least_squares.h"
 
 #include "algebra/search_guard.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
+#include "core/watched_call.h"
 
 #include <ceres/ceres.h>
 #include <Eigen/Dense>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <numeric>
+#include <stdexcept>
 #include <utility>
 
 namespace talvorix {
@@ -78,10 +84,10 @@ double apply_loss(const ResidualBlock& block, Eigen::Ref<Rows> rows) {
 // The whole problem as one cost of the solver's.
 class ReducedCost final : public ceres::CostFunction {
  public:
-  ReducedCost(LeastSquaresProblem& problem, std::size_t n_parameters, int n_threads,
+  ReducedCost(std::shared_ptr<LeastSquaresProblem> problem, std::size_t n_parameters, int n_threads,
               SearchGuard& guard, PollRef poll)
-      : problem_(problem),
-        blocks_(problem.blocks()),
+      : problem_(std::move(problem)),
+        blocks_(problem_->blocks()),
         n_parameters_(n_parameters),
         n_threads_(n_threads),
         guard_(guard),
@@ -89,6 +95,7 @@ class ReducedCost final : public ceres::CostFunction {
     set_num_residuals(static_cast<int>(n_parameters) + 1);
     mutable_parameter_block_sizes()->push_back(static_cast<std::int32_t>(n_parameters));
     cut_into_chunks();
+    require_room();
   }
 
   bool is_empty() const { return chunks_.empty(); }
@@ -97,9 +104,16 @@ class ReducedCost final : public ceres::CostFunction {
 
   bool Evaluate(double const* const* parameters, double* residuals,
                 double** jacobians) const override {
-    double* const jacobian = jacobians == nullptr ? nullptr : jacobians[0];
+    const std::span<const double> x(parameters[0], n_parameters_);
+    if (jacobians == nullptr || jacobians[0] == nullptr) {
+      return guard_.attempt([&] { return evaluate_cost(x, residuals); });
+    }
     return guard_.attempt([&] {
-      return evaluate({parameters[0], n_parameters_}, residuals, jacobian);
+      const Evaluation& evaluation = evaluate_fully(x);
+      half_cost_ = evaluation.half_cost;
+      std::copy(evaluation.residuals.begin(), evaluation.residuals.end(), residuals);
+      std::copy(evaluation.jacobian.begin(), evaluation.jacobian.end(), jacobians[0]);
+      return evaluation.is_usable;
     });
   }
 
@@ -120,6 +134,19 @@ class ReducedCost final : public ceres::CostFunction {
     }
   }
 
+  void require_room() const {
+    const auto n = static_cast<double>(n_parameters_);
+    double largest = 0.0;
+    for (const Chunk& chunk : chunks_) {
+      largest = std::max(largest, static_cast<double>(chunk.n_rows));
+    }
+    // What the threads work on, what they hand over, and the solver's own copies.
+    constexpr double copies = 8.0;
+    const double n_rows = 2.0 * n_threads_ * largest +
+                          static_cast<double>(chunks_.size()) * std::min(n, largest) + copies * n;
+    require_memory("the fit", sizeof(double) * n_rows * (n + 1.0));
+  }
+
   // Gives half of what the chunk costs; without derivatives the rows stay empty.
   double evaluate_chunk(const Chunk& chunk, std::span<const double> parameters, bool with_jacobian,
                         Rows& rows, PollRef poll) const {
@@ -134,7 +161,7 @@ class ReducedCost final : public ceres::CostFunction {
       const auto n = static_cast<Eigen::Index>(block.n_residuals);
       double* const residuals = all.col(all.cols() - 1).data() + row;
       double* const jacobian = with_jacobian ? all.data() + row : nullptr;
-      problem_.evaluate(b, parameters, {residuals, jacobian, chunk.n_rows});
+      problem_->evaluate(b, parameters, {residuals, jacobian, chunk.n_rows});
       half_cost += apply_loss(block, all.middleRows(row, n));
       row += n;
     }
@@ -145,11 +172,12 @@ class ReducedCost final : public ceres::CostFunction {
     return half_cost;
   }
 
-  bool evaluate(std::span<const double> parameters, double* residuals, double* jacobian) const {
+  // Gives half of what all chunks cost.
+  double evaluate_chunks(std::span<const double> parameters, bool with_jacobian,
+                         std::vector<Rows>& reduced) const {
     poll_();
-    const bool with_jacobian = jacobian != nullptr;
-    problem_.prepare(parameters, with_jacobian);
-    std::vector<Rows> reduced(chunks_.size());
+    problem_->prepare(parameters, with_jacobian);
+    reduced.resize(chunks_.size());
     std::vector<double> half_costs(chunks_.size());
     if (n_threads_ == 1) {
       for (std::size_t c = 0; c < chunks_.size(); ++c) {
@@ -160,18 +188,46 @@ class ReducedCost final : public ceres::CostFunction {
         half_costs[c] = evaluate_chunk(chunks_[c], parameters, with_jacobian, reduced[c], worker);
       });
     }
-    half_cost_ = 0.0;
-    for (const double half_cost : half_costs) {
-      half_cost_ += half_cost;
-    }
-    const std::size_t n_residuals = n_parameters_ + 1;
-    std::fill_n(residuals, n_residuals, 0.0);
-    residuals[0] = std::sqrt(2.0 * half_cost_);
-    return with_jacobian ? hand_over(reduced, residuals, jacobian) : std::isfinite(half_cost_);
+    return std::accumulate(half_costs.begin(), half_costs.end(), 0.0);
   }
 
-  // Writes the triangle of all chunks; the solver wants its rows one after the other.
-  bool hand_over(const std::vector<Rows>& reduced, double* residuals, double* jacobian) const {
+  bool evaluate_cost(std::span<const double> parameters, double* residuals) const {
+    std::vector<Rows> none;
+    half_cost_ = evaluate_chunks(parameters, false, none);
+    std::fill_n(residuals, n_parameters_ + 1, 0.0);
+    residuals[0] = std::sqrt(2.0 * half_cost_);
+    return std::isfinite(half_cost_);
+  }
+
+  // The triangle of all chunks at a point, its rows one after the other as the solver wants them.
+  struct Evaluation {
+    std::vector<double> parameters;
+    double half_cost = 0.0;
+    bool is_usable = false;
+    std::vector<double> residuals;
+    std::vector<double> jacobian;
+  };
+
+  // A search along a line starts where the step did and often ends where the next one starts: the
+  // two latest evaluations are kept.
+  const Evaluation& evaluate_fully(std::span<const double> parameters) const {
+    for (const Evaluation& known : latest_) {
+      if (std::equal(known.parameters.begin(), known.parameters.end(), parameters.begin(),
+                     parameters.end())) {
+        return known;
+      }
+    }
+    std::swap(latest_[0], latest_[1]);
+    Evaluation& evaluation = latest_[0];
+    evaluation.parameters.clear();  // should this fail half-way
+    std::vector<Rows> reduced;
+    evaluation.half_cost = evaluate_chunks(parameters, true, reduced);
+    stack(reduced, evaluation);
+    evaluation.parameters.assign(parameters.begin(), parameters.end());
+    return evaluation;
+  }
+
+  void stack(const std::vector<Rows>& reduced, Evaluation& evaluation) const {
     const auto last = static_cast<Eigen::Index>(n_parameters_);
     Eigen::Index n_rows = 0;
     for (const Rows& rows : reduced) {
@@ -184,16 +240,16 @@ class ReducedCost final : public ceres::CostFunction {
       row += rows.rows();
     }
     reduce(all);
+    evaluation.is_usable = std::isfinite(evaluation.half_cost) && all.allFinite();
+    evaluation.residuals.assign(n_parameters_ + 1, 0.0);
+    std::copy_n(all.col(last).data(), all.rows(), evaluation.residuals.begin());
+    evaluation.jacobian.assign((n_parameters_ + 1) * n_parameters_, 0.0);
     using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
-    Eigen::Map<RowMajor> whole(jacobian, last + 1, last);
-    whole.setZero();
-    whole.topRows(all.rows()) = all.leftCols(last);
-    std::fill_n(residuals, n_parameters_ + 1, 0.0);
-    std::copy_n(all.col(last).data(), all.rows(), residuals);
-    return std::isfinite(half_cost_) && all.allFinite();
+    Eigen::Map<RowMajor>(evaluation.jacobian.data(), last + 1, last).topRows(all.rows()) =
+        all.leftCols(last);
   }
 
-  LeastSquaresProblem& problem_;
+  std::shared_ptr<LeastSquaresProblem> problem_;
   std::vector<ResidualBlock> blocks_;
   std::vector<Chunk> chunks_;
   std::size_t n_parameters_;
@@ -201,6 +257,7 @@ class ReducedCost final : public ceres::CostFunction {
   SearchGuard& guard_;
   PollRef poll_;
   mutable double half_cost_ = 0.0;
+  mutable std::array<Evaluation, 2> latest_;
 };
 
 // Tells the solver what its one cost really costs, where losses make it other than half the sum of
@@ -230,45 +287,114 @@ class StopWhenFailed final : public ceres::IterationCallback {
   const SearchGuard& guard_;
 };
 
-}  // namespace
+// A run of the solver, which owns all that it touches.
+class Run {
+ public:
+  Run(std::shared_ptr<LeastSquaresProblem> problem, const std::vector<double>& parameters,
+      const std::vector<ParameterBounds>& bounds, const LeastSquaresOptions& options, PollRef poll)
+      : found_(parameters) {
+    auto cost = std::make_unique<ReducedCost>(std::move(problem), parameters.size(),
+                                              options.n_threads, guard_, poll);
+    if (cost->is_empty()) {
+      return;
+    }
+    auto loss = std::make_unique<KnownCost>(*cost);
+    problem_.AddResidualBlock(cost.release(), loss.release(), found_.data());
+    for (std::size_t i = 0; i < bounds.size(); ++i) {
+      problem_.SetParameterLowerBound(found_.data(), static_cast<int>(i), bounds[i].lower);
+      problem_.SetParameterUpperBound(found_.data(), static_cast<int>(i), bounds[i].upper);
+    }
+    options_.linear_solver_type = ceres::DENSE_QR;
+    options_.max_num_iterations = options.n_iterations;
+    options_.minimizer_progress_to_stdout = options.debug;
+    options_.logging_type = options.debug ? ceres::PER_MINIMIZER_ITERATION : ceres::SILENT;
+    options_.callbacks.push_back(&stop_when_failed_);
+  }
 
-double minimise(LeastSquaresProblem& problem, std::vector<double>& parameters,
-                const std::vector<ParameterBounds>& bounds, const LeastSquaresOptions& options,
-                PollRef poll) {
-  SearchGuard guard;
-  auto owned =
-      std::make_unique<ReducedCost>(problem, parameters.size(), options.n_threads, guard, poll);
-  if (parameters.empty() || owned->is_empty()) {
-    return 0.0;
-  }
-  std::vector<double> found = parameters;
-  ceres::Problem solver_problem;
-  const ReducedCost& cost = *owned;
-  solver_problem.AddResidualBlock(owned.release(), new KnownCost(cost), found.data());
-  for (std::size_t i = 0; i < bounds.size(); ++i) {
-    solver_problem.SetParameterLowerBound(found.data(), static_cast<int>(i), bounds[i].lower);
-    solver_problem.SetParameterUpperBound(found.data(), static_cast<int>(i), bounds[i].upper);
-  }
-  ceres::Solver::Options solver_options;
-  solver_options.linear_solver_type = ceres::DENSE_QR;
-  solver_options.max_num_iterations = options.n_iterations;
-  solver_options.minimizer_progress_to_stdout = options.debug;
-  solver_options.logging_type = options.debug ? ceres::PER_MINIMIZER_ITERATION : ceres::SILENT;
-  StopWhenFailed stop_when_failed(guard);
-  solver_options.callbacks.push_back(&stop_when_failed);
-  ceres::Solver::Summary summary;
-  {
+  bool is_empty() const { return problem_.NumResidualBlocks() == 0; }
+
+  void solve() {
     const QuietLog quiet;
-    ceres::Solve(solver_options, &solver_problem, &summary);
+    ceres::Solve(options_, &problem_, &summary_);
   }
-  guard.rethrow();
+
+  // The summary; throws what evaluation threw.
+  const ceres::Solver::Summary& summary() const {
+    guard_.rethrow();
+    return summary_;
+  }
+  const std::vector<double>& found() const { return found_; }
+
+ private:
+  std::vector<double> found_;
+  SearchGuard guard_;
+  StopWhenFailed stop_when_failed_{guard_};
+  ceres::Problem problem_;
+  ceres::Solver::Options options_;
+  ceres::Solver::Summary summary_;
+};
+
+// Looks for nobody's wish but that of a search which nobody waits for any longer to end.
+struct Abandonment {
+  std::atomic<bool> abandoned{false};
+  void poll() const {
+    if (abandoned.load(std::memory_order_relaxed)) {
+      throw std::runtime_error("nobody waits for the fit any longer");
+    }
+  }
+};
+
+struct WatchedRun {
+  Abandonment abandonment;
+  Run run;
+
+  WatchedRun(std::shared_ptr<LeastSquaresProblem> problem, const std::vector<double>& parameters,
+             const std::vector<ParameterBounds>& bounds, const LeastSquaresOptions& options)
+      : run(std::move(problem), parameters, bounds, options, abandonment) {}
+};
+
+double conclude(const Run& run, const LeastSquaresOptions& options,
+                std::vector<double>& parameters) {
+  const ceres::Solver::Summary& summary = run.summary();
   if (options.debug) {
     (options.report == nullptr ? std::cout : *options.report) << summary.FullReport() << std::endl;
   }
   if (summary.IsSolutionUsable()) {
-    parameters = std::move(found);
+    parameters = run.found();
   }
   return summary.final_cost;
+}
+
+}  // namespace
+
+double minimise(std::shared_ptr<LeastSquaresProblem> problem, std::vector<double>& parameters,
+                const std::vector<ParameterBounds>& bounds, const LeastSquaresOptions& options,
+                PollRef poll) {
+  if (parameters.empty()) {
+    return 0.0;
+  }
+  // From here on a single step of the solver's, which cannot be stopped, may take long.
+  constexpr std::size_t many = 400;
+  if (parameters.size() < many) {
+    Run run(std::move(problem), parameters, bounds, options, poll);
+    if (run.is_empty()) {
+      return 0.0;
+    }
+    run.solve();
+    return conclude(run, options, parameters);
+  }
+  const auto watched =
+      std::make_shared<WatchedRun>(std::move(problem), parameters, bounds, options);
+  if (watched->run.is_empty()) {
+    return 0.0;
+  }
+  try {
+    run_watched([watched] { watched->run.solve(); }, poll);
+  } catch (...) {
+    watched->abandonment.abandoned = true;
+    throw;
+  }
+  return conclude(watched->run, options, parameters);
 }
 
 }  // namespace talvorix

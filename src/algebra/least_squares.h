@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <iosfwd>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -64,7 +65,9 @@ struct LeastSquaresOptions {
 //
 // The blocks are evaluated by all threads and reduced to a triangle there, by orthogonal
 // transformations that change neither the sum nor its derivatives; the solver sees the triangle.
-double minimise(LeastSquaresProblem& problem, std::vector<double>& parameters,
+//
+// The poll is that of the calling thread. Throws NotEnoughMemory for what is too large.
+double minimise(std::shared_ptr<LeastSquaresProblem> problem, std::vector<double>& parameters,
                 const std::vector<ParameterBounds>& bounds, const LeastSquaresOptions& options,
                 PollRef poll);
 

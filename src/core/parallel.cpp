@@ -106,6 +106,8 @@ void Worker::leave() { throw Stopped{}; }
 SerialRegions::SerialRegions() { ++serial_regions; }
 SerialRegions::~SerialRegions() { --serial_regions; }
 
+void enter_background() { entered_library = false; }
+
 int check_n_threads(int n) {
   static const std::uint32_t hardware = std::thread::hardware_concurrency();
   // The comparison is unsigned on purpose: every negative count reads as a very large one and

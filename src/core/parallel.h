@@ -55,6 +55,10 @@ class SerialRegions {
   SerialRegions& operator=(const SerialRegions&) = delete;
 };
 
+// Tells that this thread does not speak for the user: regions that it starts do not look for the
+// user's wish to stop.
+void enter_background();
+
 // Runs job once for each worker number from 0 to n_workers - 1, each on a thread of its own where
 // the runtime gives as many. What a worker throws is rethrown here once all have stopped; of
 // several failures the one of the lowest worker number wins.

@@ -2,7 +2,9 @@
 #include "distributions/cdf.h"
 #include "distributions/distribution.h"
 #include "distributions/distribution_transform.h"
+#include "distributions/linear_algebra.h"
 #include "distributions/pdf.h"
+#include "distributions/ppmt.h"
 #include "module/conversions.h"
 #include "module/registration.h"
 
@@ -526,7 +528,234 @@ Carry a value of the target back to the source; takes and returns what `forward`
            py::arg("z"), py::arg("n_threads") = 0);
 }
 
+py::array_t<double> to_array(const Eigen::VectorXd& values) {
+  return py::array_t<double>(values.size(), values.data());
+}
+
+void bind_linear_algebra(py::module_& m) {
+  m.def(
+      "create_random_rotation",
+      [](long long N, double min_v, double max_v, std::int64_t seed) {
+        InterruptPoller poll;
+        RandomEngine rng = seeded_engine(seed);
+        return create_random_rotation(N, min_v, max_v, rng, poll);
+      },
+      py::arg("N"), py::arg("min_v"), py::arg("max_v"), py::arg("seed"), R"(
+Draw a rotation: a matrix of `create_random_orthogonal_matrix` times itself.
+
+Parameters
+----------
+N : int
+min_v, max_v : float
+seed : int
+    As for `create_random_orthogonal_matrix`.
+
+Returns
+-------
+numpy.ndarray, shape (N, N)
+    Its inverse is its transpose.
+
+Raises
+------
+ValueError
+    When `N` is not positive, or `min_v` and `max_v` are the same or not finite.
+)");
+  m.def(
+      "create_random_orthogonal_matrix",
+      [](long long N, double min_v, double max_v, std::int64_t seed) {
+        InterruptPoller poll;
+        RandomEngine rng = seeded_engine(seed);
+        return create_random_orthogonal_matrix(N, min_v, max_v, rng, poll);
+      },
+      py::arg("N"), py::arg("min_v"), py::arg("max_v"), py::arg("seed"), R"(
+Draw an orthogonal matrix of determinant 1.
+
+Uniform numbers fill a matrix row by row, whose columns are then made orthonormal in turn, by Gram
+and Schmidt's rule. The last column is negated when the determinant would be -1.
+
+Parameters
+----------
+N : int
+    Number of rows and of columns.
+min_v, max_v : float
+    Range of the uniform numbers.
+seed : int
+    Taken modulo 2^32.
+
+Returns
+-------
+numpy.ndarray, shape (N, N)
+
+Raises
+------
+ValueError
+    When `N` is not positive, or `min_v` and `max_v` are the same or not finite.
+)");
+  m.def(
+      "compute_svd_decomposition",
+      [](const Eigen::MatrixXd& A, bool is_surface) {
+        InterruptPoller poll;
+        const SvdDecomposition svd = compute_svd_decomposition(A, is_surface, poll);
+        return py::make_tuple(to_array(svd.u), to_array(svd.s), to_array(svd.v));
+      },
+      py::arg("A"), py::arg("is_surface") = false, R"(
+Decompose a matrix by its singular values: A = U diag(s) V^T.
+
+Parameters
+----------
+A : numpy.ndarray, shape (m, n)
+is_surface : bool, default False
+    Whether the means of the columns are taken off first, as when a plane is laid through points.
+
+Returns
+-------
+tuple of (numpy.ndarray, numpy.ndarray, numpy.ndarray)
+    U of shape (m, k), s of shape (k,) in descending order and V of shape (n, k), k being the
+    smaller of m and n. NaN when an entry of A is not finite.
+
+Raises
+------
+ValueError
+    When A has no entries.
+)");
+  m.def(
+      "compute_optimum_rotation",
+      [](const Eigen::MatrixXd& A, bool is_surface) {
+        InterruptPoller poll;
+        const OptimumRotation optimum = compute_optimum_rotation(A, is_surface, poll);
+        return py::make_tuple(to_array(optimum.rotation), to_array(optimum.inverse),
+                              to_array(optimum.u), to_array(optimum.s));
+      },
+      py::arg("A"), py::arg("is_surface") = false, R"(
+Find the rotation that turns the rows of a matrix to their principal axes.
+
+Parameters
+----------
+A : numpy.ndarray, shape (m, n)
+    A sample a row.
+is_surface : bool, default False
+    Whether the means of the columns are taken off first.
+
+Returns
+-------
+tuple of (numpy.ndarray, numpy.ndarray, numpy.ndarray, numpy.ndarray)
+    The rotation V of shape (n, n), by which A is multiplied from the right, its inverse V^T, and U
+    and s of `compute_svd_decomposition`. V is orthogonal; its determinant may be -1. NaN when an
+    entry of A is not finite.
+
+Raises
+------
+ValueError
+    When A has no entries.
+)");
+}
+
+void bind_ppmt(py::module_& m) {
+  using Matrix = Eigen::MatrixXd;
+  using OfMatrix = Matrix (PPMT::*)(Matrix, int) const;
+  using OfSample = Values (PPMT::*)(const Values&) const;
+  const PpmtSettings defaults;
+  py::class_<PPMT>(m, "PPMT", R"(
+The projection pursuit multivariate transform: from correlated variables to independent standard
+normal ones, and back.
+
+A step standardises the variables, rotates them, and brings each rotated axis to a normal
+distribution by an `Isomorphism`. The first rotation is that to the principal axes; later ones are
+that or, at random, any other. The maps are smooth and go on beyond the data.
+)")
+      .def(py::init([](const Matrix& data, int n_steps, double prob_random_rotation,
+                       const IsomorphismParameters& iso_params, int n_threads, std::int64_t seed,
+                       double min_v, double max_v, double extrapolation_tol, int n_bins) {
+             return PPMT(data, {n_steps, prob_random_rotation, iso_params, n_threads, seed, min_v,
+                                max_v, extrapolation_tol, n_bins});
+           }),
+           py::arg("data"), py::arg("n_steps"),
+           py::arg("prob_random_rotation") = defaults.prob_random_rotation,
+           py::arg("iso_params") = defaults.iso_params, py::arg("n_threads") = defaults.n_threads,
+           py::arg("seed") = defaults.seed, py::arg("min_v") = defaults.min_v,
+           py::arg("max_v") = defaults.max_v,
+           py::arg("extrapolation_tol") = defaults.extrapolation_tol,
+           py::arg("n_bins") = defaults.n_bins, py::call_guard<py::gil_scoped_release>(), R"(
+Fit the steps to data; writes its progress to standard output.
+
+Time grows with the number of steps times that of variables; the number of samples matters little,
+since axes are fitted at `n_bins` quantiles.
+
+Parameters
+----------
+data : numpy.ndarray, shape (n, d)
+    A sample a row and a variable a column; at least two rows.
+n_steps : int
+    With 0 the transform is the identity.
+prob_random_rotation : float, default 0.37
+    How probable a random rotation is, at every step but the first.
+iso_params : IsomorphismParameters
+    How the maps of the axes are fitted. Left out, the way forward has the exponential kernel and
+    the way back the spherical one.
+n_threads : int, default 0
+    Number of threads; 0 stands for all. The result does not depend on it.
+seed : int, default 123154
+min_v, max_v : float, default -10 and 10
+    Range of the numbers that random rotations are made from.
+extrapolation_tol : float, default 0.1
+    How far beyond the data the maps are fitted, in spans of the data.
+n_bins : int, default 200
+    Number of quantiles that the map of an axis is fitted to.
+
+Raises
+------
+ValueError
+    When `data` has fewer than two rows, no column or an entry that is not finite, `n_steps` or a
+    count of `iso_params` is negative, `n_bins` is below 2, or `min_v` and `max_v` are the same. A
+    variable that is constant makes everything NaN.
+
+References
+----------
+Barnett, R. M., Manchuk, J. G. and Deutsch, C. V. (2014). Projection pursuit multivariate transform.
+Mathematical Geosciences 46(3), 337-359 (the idea; rotations and maps differ here).
+)")
+      .def("forward", static_cast<OfSample>(&PPMT::forward), py::arg("u"), R"(
+Carry samples to independent normal scores.
+
+Parameters
+----------
+u : list of float, or array of shape (d,)
+    One sample. The second form takes a table of samples.
+data : numpy.ndarray, shape (n, d)
+n_threads : int, default 0
+    Number of threads of the second form; 0 stands for all.
+
+Returns
+-------
+list of float, or numpy.ndarray of shape (n, d)
+
+Raises
+------
+ValueError
+    When a sample has not as many variables as the transform was fitted to.
+)",
+           py::call_guard<py::gil_scoped_release>())
+      .def("backward", static_cast<OfSample>(&PPMT::backward), py::arg("u"), R"(
+Carry independent normal scores back to samples; takes and returns what `forward` does. The round
+trip is as exact as the two maps of each axis fit each other.
+)",
+           py::call_guard<py::gil_scoped_release>())
+      .def("forward", static_cast<OfMatrix>(&PPMT::forward), py::arg("data"),
+           py::arg("n_threads") = 0, py::call_guard<py::gil_scoped_release>())
+      .def("backward", static_cast<OfMatrix>(&PPMT::backward), py::arg("data"),
+           py::arg("n_threads") = 0, py::call_guard<py::gil_scoped_release>())
+      .def("__repr__", [](const PPMT& self) {
+        return "<PPMT of " + std::to_string(self.n_variables()) + " variables in " +
+               std::to_string(self.n_steps()) + " steps>";
+      });
+}
+
 }  // namespace
+
+void register_ppmt_module(py::module_& m) {
+  bind_linear_algebra(m);
+  bind_ppmt(m);
+}
 
 void register_distribution_module(py::module_& m) {
   bind_rng(m);

@@ -202,6 +202,42 @@ bool read_locations(py::handle source, Locations& locations) {
   });
 }
 
+bool read_table(py::handle source, Eigen::MatrixXd& table) {
+  using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+  if (const auto array = as_array(source)) {
+    if (array->ndim() != 2 || !is_of_kind(*array, real_kinds)) {
+      return false;
+    }
+    const auto values = ContiguousArray<double>::ensure(*array);
+    if (!values) {
+      PyErr_Clear();
+      return false;
+    }
+    table = Eigen::Map<const RowMajor>(values.data(), values.shape(0), values.shape(1));
+    return true;
+  }
+  std::vector<std::vector<double>> rows;
+  const bool all_read = read_items(source, [&](PyObject* item) {
+    rows.emplace_back();
+    return read_values(item, rows.back());
+  });
+  if (!all_read) {
+    return false;
+  }
+  const std::size_t width = rows.empty() ? 0 : rows.front().size();
+  table.resize(static_cast<Eigen::Index>(rows.size()), static_cast<Eigen::Index>(width));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (rows[i].size() != width) {
+      throw py::value_error("row " + std::to_string(i) + " of a table has " +
+                            std::to_string(rows[i].size()) + " entries but row 0 has " +
+                            std::to_string(width) + "; they must be as many");
+    }
+    table.row(static_cast<Eigen::Index>(i)) =
+        Eigen::Map<const Eigen::RowVectorXd>(rows[i].data(), static_cast<Eigen::Index>(width));
+  }
+  return true;
+}
+
 bool read_matrix(py::handle source, Matrix3& matrix) {
   py::array array = py::array::ensure(source);
   if (!array || array.ndim() != 2 || array.shape(0) != 3 || array.shape(1) != 3 ||
@@ -292,6 +328,13 @@ py::array_t<double> to_array(const Vector3& location) {
 py::array_t<double> to_array(const Matrix3& matrix) {
   py::array_t<double> array({3, 3});
   Eigen::Map<Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(array.mutable_data()) = matrix;
+  return array;
+}
+
+py::array_t<double> to_array(const Eigen::MatrixXd& table) {
+  using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+  py::array_t<double> array({table.rows(), table.cols()});
+  Eigen::Map<RowMajor>(array.mutable_data(), table.rows(), table.cols()) = table;
   return array;
 }
 

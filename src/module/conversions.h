@@ -7,6 +7,7 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
+#include <Eigen/Core>
 
 #include <cstddef>
 #include <optional>
@@ -21,7 +22,8 @@
 // (1, 3) or a sequence of three numbers. A location list comes in as any sequence of those, or as
 // an (n, 3), (n, 3, 1) or (n, 1, 3) array of any real type, which is read without making a Python
 // object for a row. A value list comes in as any sequence of numbers or a one-dimensional array,
-// a list of flags as any sequence of truth values or integers or such an array.
+// a list of flags as any sequence of truth values or integers or such an array. A table goes out as
+// an array of shape (m, n), and comes in as one of any real type or as a sequence of value lists.
 
 namespace talvorix::python {
 
@@ -29,6 +31,9 @@ namespace talvorix::python {
 bool read_location(pybind11::handle source, Vector3& location);
 bool read_locations(pybind11::handle source, Locations& locations);
 bool read_matrix(pybind11::handle source, Matrix3& matrix);
+// A table: a two-dimensional array of any real type, or a sequence of equally long value lists;
+// throws ValueError when they are not equally long.
+bool read_table(pybind11::handle source, Eigen::MatrixXd& table);
 bool read_values(pybind11::handle source, std::vector<double>& values);
 bool read_integers(pybind11::handle source, std::vector<int>& values);
 bool read_flags(pybind11::handle source, std::vector<bool>& flags);
@@ -49,6 +54,7 @@ double returned_number(const pybind11::object& result, Name&& callback_name) {
 
 pybind11::array_t<double> to_array(const Vector3& location);
 pybind11::array_t<double> to_array(const Matrix3& matrix);
+pybind11::array_t<double> to_array(const Eigen::MatrixXd& table);
 pybind11::list to_list(const Locations& locations);
 pybind11::list to_list(const std::vector<double>& values);
 
@@ -91,6 +97,15 @@ struct type_caster<talvorix::Matrix3> {
   bool load(handle source, bool) { return talvorix::python::read_matrix(source, value); }
   static handle cast(const talvorix::Matrix3& matrix, return_value_policy, handle) {
     return talvorix::python::to_array(matrix).release();
+  }
+};
+
+template <>
+struct type_caster<Eigen::MatrixXd> {
+  PYBIND11_TYPE_CASTER(Eigen::MatrixXd, const_name("numpy.ndarray[numpy.float64[m, n]]"));
+  bool load(handle source, bool) { return talvorix::python::read_table(source, value); }
+  static handle cast(const Eigen::MatrixXd& table, return_value_policy, handle) {
+    return talvorix::python::to_array(table).release();
   }
 };
 

@@ -2,20 +2,17 @@
 
 #include "core/interrupt.h"
 #include "core/large_pages.h"
+#include "core/watched_call.h"
 #include "simulation/fft_threads.h"
 
 #include <fftw3.h>
 
 #include <algorithm>
-#include <chrono>
-#include <future>
 #include <limits>
 #include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 namespace talvorix::fft {
@@ -30,35 +27,6 @@ void execute(fftw_plan plan) {
   fftw_execute(plan);
   const std::lock_guard lock(planner_mutex());
   fftw_destroy_plan(plan);
-}
-
-// Executes a plan on a thread of its own, because a transform cannot be stopped: when the user
-// wishes to, it is left to itself with the buffers that it works on.
-void execute_watched(fftw_plan plan, std::vector<std::shared_ptr<const void>> buffers) {
-  std::promise<void> done;
-  const std::future<void> is_done = done.get_future();
-  std::thread thread;
-  try {
-    thread = std::thread([plan, buffers = std::move(buffers), done = std::move(done)]() mutable {
-      execute(plan);
-      buffers.clear();
-      done.set_value();
-    });
-  } catch (const std::system_error&) {
-    // No thread is to be had.
-    execute(plan);
-    return;
-  }
-  try {
-    InterruptPoller poll;
-    while (is_done.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
-      poll();
-    }
-  } catch (...) {
-    thread.detach();
-    throw;
-  }
-  thread.join();
 }
 
 // Executes the plan of n values that make_plan returns; a null plan is skipped. Long ones are
@@ -78,7 +46,8 @@ void transform(std::int64_t n, MakePlan&& make_plan,
   const bool are_owned = std::all_of(buffers.begin(), buffers.end(),
                                      [](const auto& buffer) { return buffer != nullptr; });
   if (n >= is_long && are_owned) {
-    execute_watched(plan, std::move(buffers));
+    InterruptPoller poll;
+    run_watched([plan, buffers = std::move(buffers)] { execute(plan); }, poll);
   } else {
     execute(plan);
   }
