@@ -76,6 +76,7 @@ HALVES = {
     "_Location": ("Sequence[_Real]", "_RealArray"),
     "_Locations": ("Sequence[_Location]", "_RealArray"),
     "_Matrix": ("Sequence[Sequence[_Real] | _RealArray]", "_RealArray"),
+    "_Table": ("Sequence[_Values]", "_RealArray"),
 }
 CONTENTS = {
     "_Integers": "A sequence of integers, or an array of shape (n,).",
@@ -84,6 +85,7 @@ CONTENTS = {
     "_Location": "A sequence of three numbers, or an array of shape (3,), (3, 1) or (1, 3).",
     "_Locations": "A sequence of locations, or an array of shape (n, 3), (n, 3, 1) or (n, 1, 3).",
     "_Matrix": "Three rows of three numbers, or an array of shape (3, 3).",
+    "_Table": "A sequence of equally long rows of numbers, or an array of shape (m, n).",
 }
 ALIASES |= {
     name: f'{name}: TypeAlias = {sequence} | {array}\n"""{CONTENTS[name]}"""\n'
@@ -118,6 +120,7 @@ ARGUMENTS = {
     "numpy.ndarray[numpy.float64[3, 1]]": "_Location",
     "list[numpy.ndarray[numpy.float64[3, 1]]]": "_Locations",
     "numpy.ndarray[numpy.float64[3, 3]]": "_Matrix",
+    "numpy.ndarray[numpy.float64[m, n]]": "_Table",
 }
 for _name in MADE_OF.keys() - {"Real"}:
     ARGUMENTS |= {_name: f"_{_name}", ALGEBRA + _name: f"_{_name}"}
@@ -389,7 +392,9 @@ def make_stubs(module: ModuleType, folder: Path) -> dict[Path, str]:
     with tempfile.TemporaryDirectory() as made:
         # A default value that no expression makes is written as three dots; all else is an error.
         placeholders = "--ignore-invalid-expressions=<.* object at 0x[0-9a-f]+>"
-        pybind11_stubgen.main([name, f"--output-dir={made}", "--exit-code", placeholders])
+        # The lengths of arrays that may have any.
+        lengths = "--ignore-unresolved-names=[mn]"
+        pybind11_stubgen.main([name, f"--output-dir={made}", "--exit-code", placeholders, lengths])
         texts = {}
         for source in sorted(Path(made).rglob("*.pyi")):
             parts = source.relative_to(made).with_suffix("").parts

@@ -70,13 +70,17 @@ OptimumRotation compute_optimum_rotation(const MatrixXd& A, bool is_surface, Pol
   return {std::move(svd.v), std::move(inverse), std::move(svd.u), std::move(svd.s)};
 }
 
-MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v, RandomEngine& rng,
-                                         PollRef poll) {
-  const auto n = static_cast<Index>(require_positive_count("N", N));
+void require_range(double min_v, double max_v) {
   if (!std::isfinite(max_v - min_v) || min_v == max_v) {
     throw std::invalid_argument("min_v is " + std::to_string(min_v) + " and max_v is " +
                                 std::to_string(max_v) + "; they must be finite and differ");
   }
+}
+
+MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v, RandomEngine& rng,
+                                         PollRef poll) {
+  const auto n = static_cast<Index>(require_positive_count("N", N));
+  require_range(min_v, max_v);
   constexpr double n_matrices = 3.0;
   require_memory("the matrix",
                  n_matrices * sizeof(double) * static_cast<double>(n) * static_cast<double>(n));

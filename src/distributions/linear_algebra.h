@@ -28,6 +28,10 @@ struct OptimumRotation {
 
 OptimumRotation compute_optimum_rotation(const Eigen::MatrixXd& A, bool is_surface, PollRef poll);
 
+// Throws std::invalid_argument when the ends of the numbers that random matrices are filled with
+// are not finite or the same.
+void require_range(double min_v, double max_v);
+
 // A matrix filled row by row with uniform numbers from min_v to max_v, its columns made orthonormal
 // in turn, and the last one negated if the determinant is -1. Throws std::invalid_argument when N
 // is not positive or the ends are not finite or the same.

@@ -280,6 +280,7 @@ void check(const MatrixXd& data, const PpmtSettings& settings) {
     throw std::invalid_argument("n_bins must be 2 or more, but is " +
                                 std::to_string(settings.n_bins));
   }
+  require_range(settings.min_v, settings.max_v);
   if (data.rows() < 2 || data.cols() < 1) {
     throw std::invalid_argument("data has " + std::to_string(data.rows()) + " rows and " +
                                 std::to_string(data.cols()) +

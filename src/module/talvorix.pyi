@@ -51,6 +51,9 @@ _Locations: TypeAlias = Sequence[_Location] | _RealArray
 _Matrix: TypeAlias = Sequence[Sequence[_Real] | _RealArray] | _RealArray
 """Three rows of three numbers, or an array of shape (3, 3)."""
 
+_Table: TypeAlias = Sequence[_Values] | _RealArray
+"""A sequence of equally long rows of numbers, or an array of shape (m, n)."""
+
 class SpatialFunction:
     """A function of a location or a lag, made by a factory such as `covariance_computer`."""
 
@@ -1652,6 +1655,370 @@ class EllipsoidOptimizationParameters:
     @tol.setter
     def tol(self, arg0: _Real) -> None: ...
 
+class Projection:
+    """A smooth map of numbers: the mean of the weights of some centres, each counted by a kernel of its
+    distance times its beta. Everywhere the map lies between the smallest and the largest weight.
+    """
+
+    def __init__(self, parameters: _Values, kernel: str = "exponential") -> None:
+        """Make the map of known parameters.
+
+        Parameters
+        ----------
+        parameters : list of float, or array of shape (3 n,)
+            Centre, beta and weight of each centre in turn; beta is one over a length.
+        kernel : str, default "exponential"
+            "spherical", "gaussian", "exponential", "idw", or anything else for the nugget.
+
+        Raises
+        ------
+        ValueError
+            When the parameters do not come in threes.
+        """
+
+    def __repr__(self) -> str: ...
+    @overload
+    def forward(self, u: _Real) -> float:
+        """Map a number.
+
+        Parameters
+        ----------
+        u : float
+            A number; the second form takes a list, or an array of shape (n,), and maps each.
+        n_threads : int, default 0
+            Number of threads of the second form; 0 stands for all.
+
+        Returns
+        -------
+        float or list of float
+            NaN where no centre counts.
+        """
+
+    @overload
+    def forward(self, u: _Values, n_threads: _Integer = 0) -> list[float]: ...
+    def serialize(self) -> list[float]:
+        """Give the parameters that the map can be made of again.
+
+        Returns
+        -------
+        list of float
+            Centre, beta and weight of each centre in turn.
+        """
+
+class IsomorphismParameters:
+    """How an `Isomorphism` is fitted to samples. The fields are the arguments."""
+
+    def __init__(
+        self,
+        kernel_forward: str = "exponential",
+        n_centers_forward: _Integer = 27,
+        kernel_backward: str = "exponential",
+        n_centers_backward: _Integer = 33,
+        weight_tol: _Real = 10.0,
+        center_tol: _Real = 10.0,
+        min_beta: _Real = 1e-06,
+        max_beta: _Real = 4.0,
+        min_partition_size: _Real = 0.5,
+        max_partition_size: _Real = 2.0,
+        n_partitions: _Integer = 20,
+        cauchy_loss: _Real = 0.0,
+        n_iterations: _Integer = 50,
+        n_threads: _Integer = 0,
+        seed: _Integer = 123154,
+        debug: bool = False,
+    ) -> None:
+        """Set how an isomorphism is fitted.
+
+        Both kernels are exponential unless said otherwise. Where a record is itself left out, as in
+        `optimize_isomorphism`, the backward kernel is spherical.
+
+        Parameters
+        ----------
+        kernel_forward, kernel_backward : str, default "exponential"
+            As for `Projection`.
+        n_centers_forward, n_centers_backward : int, default 27 and 33
+        weight_tol, center_tol : float, default 10
+            How far weights and centres may lie beyond the samples, in spans of the samples.
+        min_beta, max_beta : float, default 1e-6 and 4
+            Bounds of the betas, per span of the samples.
+        min_partition_size, max_partition_size : float, default 0.5 and 2
+            Size of a random subset in equal shares of the sample, n / `n_partitions`.
+        n_partitions : int, default 20
+            Number of random subsets.
+        cauchy_loss : float, default 0
+            Above 0, the scale of Cauchy's loss, which makes subsets with large residuals count less.
+        n_iterations : int, default 50
+            Largest number of steps of the solver.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all.
+        seed : int, default 123154
+        debug : bool, default False
+            Whether the solver reports on standard output.
+        """
+
+    def __repr__(self) -> str: ...
+    @property
+    def cauchy_loss(self) -> float:
+        """Scale of Cauchy's loss; 0 for none."""
+
+    @cauchy_loss.setter
+    def cauchy_loss(self, arg0: _Real) -> None: ...
+    @property
+    def center_tol(self) -> float:
+        """How far centres may lie beyond the samples, in spans."""
+
+    @center_tol.setter
+    def center_tol(self, arg0: _Real) -> None: ...
+    @property
+    def debug(self) -> bool:
+        """Whether the solver reports."""
+
+    @debug.setter
+    def debug(self, arg0: bool) -> None: ...
+    @property
+    def kernel_backward(self) -> str:
+        """Kernel of the way back, as a text."""
+
+    @kernel_backward.setter
+    def kernel_backward(self, arg1: str) -> None: ...
+    @property
+    def kernel_forward(self) -> str:
+        """Kernel of the way forward, as a text."""
+
+    @kernel_forward.setter
+    def kernel_forward(self, arg1: str) -> None: ...
+    @property
+    def max_beta(self) -> float:
+        """Upper bound of the betas, per span."""
+
+    @max_beta.setter
+    def max_beta(self, arg0: _Real) -> None: ...
+    @property
+    def max_partition_size(self) -> float:
+        """Largest size of a subset, in equal shares of the sample."""
+
+    @max_partition_size.setter
+    def max_partition_size(self, arg0: _Real) -> None: ...
+    @property
+    def min_beta(self) -> float:
+        """Lower bound of the betas, per span."""
+
+    @min_beta.setter
+    def min_beta(self, arg0: _Real) -> None: ...
+    @property
+    def min_partition_size(self) -> float:
+        """Least size of a subset, in equal shares of the sample."""
+
+    @min_partition_size.setter
+    def min_partition_size(self, arg0: _Real) -> None: ...
+    @property
+    def n_centers_backward(self) -> int:
+        """Number of centres of the way back."""
+
+    @n_centers_backward.setter
+    def n_centers_backward(self, arg0: _Integer) -> None: ...
+    @property
+    def n_centers_forward(self) -> int:
+        """Number of centres of the way forward."""
+
+    @n_centers_forward.setter
+    def n_centers_forward(self, arg0: _Integer) -> None: ...
+    @property
+    def n_iterations(self) -> int:
+        """Largest number of steps."""
+
+    @n_iterations.setter
+    def n_iterations(self, arg0: _Integer) -> None: ...
+    @property
+    def n_partitions(self) -> int:
+        """Number of random subsets."""
+
+    @n_partitions.setter
+    def n_partitions(self, arg0: _Integer) -> None: ...
+    @property
+    def n_threads(self) -> int:
+        """Number of threads; 0 stands for all."""
+
+    @n_threads.setter
+    def n_threads(self, arg0: _Integer) -> None: ...
+    @property
+    def seed(self) -> int:
+        """Seed of centres and subsets."""
+
+    @seed.setter
+    def seed(self, arg0: _Integer) -> None: ...
+    @property
+    def weight_tol(self) -> float:
+        """How far weights may lie beyond the samples, in spans."""
+
+    @weight_tol.setter
+    def weight_tol(self, arg0: _Real) -> None: ...
+
+class Isomorphism:
+    """A smooth map of numbers together with the way back: two `Projection`."""
+
+    @overload
+    def __init__(self, parameters: tuple[_Values, _Values], kernel: str = "exponential") -> None:
+        """Make the pair of known parameters, or of two maps.
+
+        Parameters
+        ----------
+        parameters : tuple of (list of float, list of float)
+            The parameters of the way forward and of the way back, as `serialize` gives them.
+        kernel : str, default "exponential"
+            Kernel of both, as for `Projection`.
+        forward_proj, backward_proj : Projection
+            In the second form the two maps themselves.
+
+        Raises
+        ------
+        ValueError
+            When parameters do not come in threes.
+        """
+
+    @overload
+    def __init__(self, forward_proj: Projection, backward_proj: Projection) -> None: ...
+    def __repr__(self) -> str: ...
+    @overload
+    def backward(self, u: _Real) -> float:
+        """Map a number from target to source; takes and returns what `forward` does."""
+
+    @overload
+    def backward(self, u: _Values, n_threads: _Integer = 0) -> list[float]: ...
+    @overload
+    def forward(self, u: _Real) -> float:
+        """Map a number from source to target.
+
+        Parameters
+        ----------
+        u : float
+            A number; the second form takes a list, or an array of shape (n,), and maps each.
+        n_threads : int, default 0
+            Number of threads of the second form; 0 stands for all.
+
+        Returns
+        -------
+        float or list of float
+            NaN where no centre counts.
+        """
+
+    @overload
+    def forward(self, u: _Values, n_threads: _Integer = 0) -> list[float]: ...
+    def serialize(self) -> tuple[list[float], list[float]]:
+        """Give the parameters of both maps; their kernels are not among them.
+
+        Returns
+        -------
+        tuple of (list of float, list of float)
+        """
+
+    @property
+    def backward_proj(self) -> Projection:
+        """The way back."""
+
+    @property
+    def forward_proj(self) -> Projection:
+        """The way forward."""
+
+class PPMT:
+    """The projection pursuit multivariate transform: from correlated variables to independent standard
+    normal ones, and back.
+
+    A step standardises the variables, rotates them, and brings each rotated axis to a normal
+    distribution by an `Isomorphism`. The first rotation is that to the principal axes; later ones are
+    that or, at random, any other. The maps are smooth and go on beyond the data.
+    """
+
+    def __init__(
+        self,
+        data: _Table,
+        n_steps: _Integer,
+        prob_random_rotation: _Real = 0.37,
+        iso_params: IsomorphismParameters = ...,
+        n_threads: _Integer = 0,
+        seed: _Integer = 123154,
+        min_v: _Real = -10.0,
+        max_v: _Real = 10.0,
+        extrapolation_tol: _Real = 0.1,
+        n_bins: _Integer = 200,
+    ) -> None:
+        """Fit the steps to data; writes its progress to standard output.
+
+        Time grows with the number of steps times that of variables; the number of samples matters little,
+        since axes are fitted at `n_bins` quantiles.
+
+        Parameters
+        ----------
+        data : numpy.ndarray, shape (n, d)
+            A sample a row and a variable a column; at least two rows.
+        n_steps : int
+            With 0 the transform is the identity.
+        prob_random_rotation : float, default 0.37
+            How probable a random rotation is, at every step but the first.
+        iso_params : IsomorphismParameters
+            How the maps of the axes are fitted. Left out, the way forward has the exponential kernel and
+            the way back the spherical one.
+        n_threads : int, default 0
+            Number of threads; 0 stands for all. The result does not depend on it.
+        seed : int, default 123154
+        min_v, max_v : float, default -10 and 10
+            Range of the numbers that random rotations are made from.
+        extrapolation_tol : float, default 0.1
+            How far beyond the data the maps are fitted, in spans of the data.
+        n_bins : int, default 200
+            Number of quantiles that the map of an axis is fitted to.
+
+        Raises
+        ------
+        ValueError
+            When `data` has fewer than two rows, no column or an entry that is not finite, `n_steps` or a
+            count of `iso_params` is negative, `n_bins` is below 2, or `min_v` and `max_v` are the same. A
+            variable that is constant makes everything NaN.
+
+        References
+        ----------
+        Barnett, R. M., Manchuk, J. G. and Deutsch, C. V. (2014). Projection pursuit multivariate transform.
+        Mathematical Geosciences 46(3), 337-359 (the idea; rotations and maps differ here).
+        """
+
+    def __repr__(self) -> str: ...
+    @overload
+    def backward(self, u: Sequence[_Real]) -> list[float]:
+        """Carry independent normal scores back to samples; takes and returns what `forward` does. The round
+        trip is as exact as the two maps of each axis fit each other.
+        """
+
+    @overload
+    def backward(self, u: _RealArray) -> Any: ...
+    @overload
+    def backward(self, data: _Table, n_threads: _Integer = 0) -> NDArray[np.float64]: ...
+    @overload
+    def forward(self, u: Sequence[_Real]) -> list[float]:
+        """Carry samples to independent normal scores.
+
+        Parameters
+        ----------
+        u : list of float, or array of shape (d,)
+            One sample. The second form takes a table of samples.
+        data : numpy.ndarray, shape (n, d)
+        n_threads : int, default 0
+            Number of threads of the second form; 0 stands for all.
+
+        Returns
+        -------
+        list of float, or numpy.ndarray of shape (n, d)
+
+        Raises
+        ------
+        ValueError
+            When a sample has not as many variables as the transform was fitted to.
+        """
+
+    @overload
+    def forward(self, u: _RealArray) -> Any: ...
+    @overload
+    def forward(self, data: _Table, n_threads: _Integer = 0) -> NDArray[np.float64]: ...
+
 def Direction(azimuth: _Real, dip: _Real) -> NDArray[np.float64]:
     """Make the unit vector of a direction.
 
@@ -2194,6 +2561,29 @@ def compute_exp_variogram(
         When `data_locs` and `data_values` are not equally many or a count is negative.
     """
 
+def compute_optimum_rotation(A: _Table, is_surface: bool = False) -> tuple:
+    """Find the rotation that turns the rows of a matrix to their principal axes.
+
+    Parameters
+    ----------
+    A : numpy.ndarray, shape (m, n)
+        A sample a row.
+    is_surface : bool, default False
+        Whether the means of the columns are taken off first.
+
+    Returns
+    -------
+    tuple of (numpy.ndarray, numpy.ndarray, numpy.ndarray, numpy.ndarray)
+        The rotation V of shape (n, n), by which A is multiplied from the right, its inverse V^T, and U
+        and s of `compute_svd_decomposition`. V is orthogonal; its determinant may be -1. NaN when an
+        entry of A is not finite.
+
+    Raises
+    ------
+    ValueError
+        When A has no entries.
+    """
+
 def compute_ordinary_kriging(
     target_locs: _Locations,
     data_locs: _Locations,
@@ -2294,6 +2684,27 @@ def compute_simple_kriging(
     chapter 3.
     """
 
+def compute_svd_decomposition(A: _Table, is_surface: bool = False) -> tuple:
+    """Decompose a matrix by its singular values: A = U diag(s) V^T.
+
+    Parameters
+    ----------
+    A : numpy.ndarray, shape (m, n)
+    is_surface : bool, default False
+        Whether the means of the columns are taken off first, as when a plane is laid through points.
+
+    Returns
+    -------
+    tuple of (numpy.ndarray, numpy.ndarray, numpy.ndarray)
+        U of shape (m, k), s of shape (k,) in descending order and V of shape (n, k), k being the
+        smaller of m and n. NaN when an entry of A is not finite.
+
+    Raises
+    ------
+    ValueError
+        When A has no entries.
+    """
+
 def covariance_computer(covs: Sequence[Covariance]) -> SpatialFunction:
     """Make a function of the lag from a model.
 
@@ -2376,6 +2787,56 @@ def create_random_drillholes(
     ValueError
         When the box is empty or not finite, the count is negative or the spacing is not above 0 or too
         small.
+    """
+
+def create_random_orthogonal_matrix(
+    N: _Integer, min_v: _Real, max_v: _Real, seed: _Integer
+) -> NDArray[np.float64]:
+    """Draw an orthogonal matrix of determinant 1.
+
+    Uniform numbers fill a matrix row by row, whose columns are then made orthonormal in turn, by Gram
+    and Schmidt's rule. The last column is negated when the determinant would be -1.
+
+    Parameters
+    ----------
+    N : int
+        Number of rows and of columns.
+    min_v, max_v : float
+        Range of the uniform numbers.
+    seed : int
+        Taken modulo 2^32.
+
+    Returns
+    -------
+    numpy.ndarray, shape (N, N)
+
+    Raises
+    ------
+    ValueError
+        When `N` is not positive, or `min_v` and `max_v` are the same or not finite.
+    """
+
+def create_random_rotation(
+    N: _Integer, min_v: _Real, max_v: _Real, seed: _Integer
+) -> NDArray[np.float64]:
+    """Draw a rotation: a matrix of `create_random_orthogonal_matrix` times itself.
+
+    Parameters
+    ----------
+    N : int
+    min_v, max_v : float
+    seed : int
+        As for `create_random_orthogonal_matrix`.
+
+    Returns
+    -------
+    numpy.ndarray, shape (N, N)
+        Its inverse is its transpose.
+
+    Raises
+    ------
+    ValueError
+        When `N` is not positive, or `min_v` and `max_v` are the same or not finite.
     """
 
 def data_distribution(data: _Values, weight: _Values = []) -> Distribution:
@@ -3352,6 +3813,146 @@ def optimize_ellipsoid_using_idw(
     ValueError
         When lists are not equally long, there is no candidate, a count is negative or
         `max_partition_size` is below `min_partition_size`.
+    """
+
+@overload
+def optimize_isomorphism(
+    source: _Values,
+    target: _Values,
+    kernel_type_forward: str,
+    n_centers_forward: _Integer,
+    min_beta_forward: _Real,
+    max_beta_forward: _Real,
+    kernel_type_backward: str,
+    n_centers_backward: _Integer,
+    min_beta_backward: _Real,
+    max_beta_backward: _Real,
+    min_weight: _Real,
+    max_weight: _Real,
+    min_center: _Real,
+    max_center: _Real,
+    n_partitions: _Integer,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    cauchy_loss: _Real,
+    n_iterations: _Integer,
+    n_threads: _Integer,
+    seed: _Integer,
+    debug: bool,
+) -> Isomorphism:
+    """Fit a smooth map to pairs of values, and the way back to what the map makes of the source.
+
+    Parameters
+    ----------
+    source, target : list of float, or array of shape (n,)
+        What is mapped, and what it is to be mapped to.
+    kernel_type_forward, kernel_type_backward : str
+        As for `Projection`.
+    n_centers_forward, n_centers_backward : int
+    min_beta_forward, max_beta_forward, min_beta_backward, max_beta_backward : float
+        Bounds of the betas: per unit of the source forward, and per unit of the target back.
+    min_weight, max_weight : float
+        Bounds of the weights forward and of the centres back, in units of the target.
+    min_center, max_center : float
+        Bounds of the centres forward and of the weights back, in units of the source.
+    n_partitions, min_partition_size, max_partition_size : int
+    cauchy_loss : float
+    n_iterations, n_threads, seed : int
+    debug : bool
+        As for `optimize_projection`.
+    source_data, target_data : list of float, or array of shape (n,)
+        In the second form, the samples that bounds and sizes are derived from as well.
+    iso_params : IsomorphismParameters
+        In the second form, how. Left out, the way forward has the exponential kernel and the way back
+        the spherical one.
+
+    Returns
+    -------
+    Isomorphism
+
+    Raises
+    ------
+    ValueError
+        When the samples are not equally many or empty, a count is negative or `max_partition_size` is
+        below `min_partition_size`.
+    """
+
+@overload
+def optimize_isomorphism(
+    source_data: _Values, target_data: _Values, iso_params: IsomorphismParameters = ...
+) -> Isomorphism: ...
+def optimize_projection(
+    source: _Values,
+    target: _Values,
+    kernel: str,
+    n_centers: _Integer,
+    min_weight: _Real,
+    max_weight: _Real,
+    min_beta: _Real,
+    max_beta: _Real,
+    min_center: _Real,
+    max_center: _Real,
+    n_partitions: _Integer,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    cauchy_loss: _Real,
+    n_iterations: _Integer,
+    n_threads: _Integer,
+    seed: _Integer,
+    debug: bool,
+) -> Projection:
+    """Fit a smooth map to pairs of values, by bounded least squares on random subsets of the pairs.
+
+    An error e, in standard deviations of the source, counts by 2 e while that is at most 1 in size and
+    beyond it by 2 sqrt(|2 e|) - 1, so that outliers pull little. Each subset adds one residual for every
+    pair and one for their root mean square. The search starts from centres at random pairs.
+
+    Time grows with the number of pairs in all subsets times the square of the number of centres.
+
+    Parameters
+    ----------
+    source, target : list of float, or array of shape (n,)
+        What is mapped, and what it is to be mapped to.
+    kernel : str
+        As for `Projection`.
+    n_centers : int
+    min_weight, max_weight : float
+        Bounds of the weights, in units of the target.
+    min_beta, max_beta : float
+        Bounds of the betas, in one over units of the source; the search starts half-way.
+    min_center, max_center : float
+        Bounds of the centres, in units of the source.
+    n_partitions : int
+        Number of random subsets. With none the result is the start.
+    min_partition_size, max_partition_size : int
+        A subset has from `min_partition_size` + 1 to `max_partition_size` + 1 pairs, but no more than
+        n - 1; pairs are drawn with repetition.
+    cauchy_loss : float
+        Above 0, the scale of Cauchy's loss, which makes subsets with large residuals count less.
+    n_iterations : int
+        Largest number of steps of the solver.
+    n_threads : int
+        Number of threads; 0 stands for all. The result does not depend on it.
+    seed : int
+    debug : bool
+        Whether the solver reports on standard output.
+
+    Returns
+    -------
+    Projection
+        The start when it is out of bounds, or when a residual is not finite there, as with a constant
+        source.
+
+    Raises
+    ------
+    ValueError
+        When `source` and `target` are not equally many or empty, a count is negative or
+        `max_partition_size` is below `min_partition_size`.
+
+    References
+    ----------
+    Nadaraya, E. A. (1964). On estimating regression. Theory of Probability and its Applications 9(1),
+    141-142 (the form of the map).
     """
 
 def optimize_rotation(
