@@ -536,9 +536,8 @@ void bind_linear_algebra(py::module_& m) {
   m.def(
       "create_random_rotation",
       [](long long N, double min_v, double max_v, std::int64_t seed) {
-        InterruptPoller poll;
         RandomEngine rng = seeded_engine(seed);
-        return create_random_rotation(N, min_v, max_v, rng, poll);
+        return create_random_rotation(N, min_v, max_v, rng);
       },
       py::arg("N"), py::arg("min_v"), py::arg("max_v"), py::arg("seed"), R"(
 Draw a rotation: a matrix of `create_random_orthogonal_matrix` times itself.
@@ -563,9 +562,8 @@ ValueError
   m.def(
       "create_random_orthogonal_matrix",
       [](long long N, double min_v, double max_v, std::int64_t seed) {
-        InterruptPoller poll;
         RandomEngine rng = seeded_engine(seed);
-        return create_random_orthogonal_matrix(N, min_v, max_v, rng, poll);
+        return create_random_orthogonal_matrix(N, min_v, max_v, rng);
       },
       py::arg("N"), py::arg("min_v"), py::arg("max_v"), py::arg("seed"), R"(
 Draw an orthogonal matrix of determinant 1.

@@ -77,20 +77,22 @@ void require_range(double min_v, double max_v) {
   }
 }
 
-MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v, RandomEngine& rng,
-                                         PollRef poll) {
+MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v,
+                                         RandomEngine& rng) {
   const auto n = static_cast<Index>(require_positive_count("N", N));
   require_range(min_v, max_v);
   constexpr double n_matrices = 3.0;
   require_memory("the matrix",
                  n_matrices * sizeof(double) * static_cast<double>(n) * static_cast<double>(n));
   MatrixXd filled(n, n);
+  InterruptPoller poll_draws;
   for (Index i = 0; i < n; ++i) {
     for (Index j = 0; j < n; ++j) {
-      poll();
+      poll_draws();
       filled(i, j) = min_v + uniform(rng) * (max_v - min_v);
     }
   }
+  InterruptPoller poll;
   // Reflections, one for each column, lose no digits where columns are nearly dependent.
   VectorXd scales(n);
   VectorXd signs(n);
@@ -121,10 +123,10 @@ MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v
   return orthogonal;
 }
 
-MatrixXd create_random_rotation(long long N, double min_v, double max_v, RandomEngine& rng,
-                                PollRef poll) {
-  const MatrixXd once = create_random_orthogonal_matrix(N, min_v, max_v, rng, poll);
+MatrixXd create_random_rotation(long long N, double min_v, double max_v, RandomEngine& rng) {
+  const MatrixXd once = create_random_orthogonal_matrix(N, min_v, max_v, rng);
   MatrixXd twice(once.rows(), once.cols());
+  InterruptPoller poll;
   for (Index j = 0; j < once.cols(); ++j) {
     poll();
     twice.col(j).noalias() = once * once.col(j);

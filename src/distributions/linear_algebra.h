@@ -36,10 +36,9 @@ void require_range(double min_v, double max_v);
 // in turn, and the last one negated if the determinant is -1. Throws std::invalid_argument when N
 // is not positive or the ends are not finite or the same.
 Eigen::MatrixXd create_random_orthogonal_matrix(long long N, double min_v, double max_v,
-                                                RandomEngine& rng, PollRef poll);
+                                                RandomEngine& rng);
 
 // Such a matrix times itself.
-Eigen::MatrixXd create_random_rotation(long long N, double min_v, double max_v, RandomEngine& rng,
-                                       PollRef poll);
+Eigen::MatrixXd create_random_rotation(long long N, double min_v, double max_v, RandomEngine& rng);
 
 }  // namespace talvorix

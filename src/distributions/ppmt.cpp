@@ -248,7 +248,7 @@ PPMT::Step fit_step(MatrixXd& data, double prob_random_rotation, std::uint32_t s
   change_rows(data, n_threads,
               [&](MatrixXd& rows, MatrixXd&) { standardise(rows, step.mean, step.std); });
   if (uniform(rng) <= prob_random_rotation) {
-    step.rotation = create_random_rotation(data.cols(), settings.min_v, settings.max_v, rng, poll);
+    step.rotation = create_random_rotation(data.cols(), settings.min_v, settings.max_v, rng);
     step.inverse_rotation = step.rotation.transpose();
   } else {
     OptimumRotation optimum = compute_optimum_rotation(data, false, poll);

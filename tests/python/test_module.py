@@ -137,6 +137,18 @@ LONG_CALLS = {
     "callbacks of a search": (
         "t.ceres.solve([t.jet.ast.Scalar([v], v * v)], [v], validation_cb=lambda _: sleep() or 1)"
     ),
+    "a map": "fit_map(90, 1)",
+    "a map of many centres": "fit_map(300, 0)",
+    "a pair of maps": "t.optimize_isomorphism(X[:, 0], X[:, 1], t.IsomorphismParameters('idw', 130))",
+    "values that are mapped": "t.Projection(np.ones(30_000)).forward(many[:, 0])",
+    "steps of many samples": "t.PPMT(many, 2**30)",
+    "steps of few samples": "t.PPMT(X[:99], 2**30)",
+    "samples that are carried": (
+        "t.PPMT(X[:99], 1, iso_params=t.IsomorphismParameters('idw', 9000, n_partitions=0))"
+        ".forward(many)"
+    ),
+    "a decomposition": "t.compute_svd_decomposition(np.random.default_rng(0).random((3000, 3000)))",
+    "a random rotation": "t.create_random_rotation(4000, 0, 1, 1)",
 }
 
 
@@ -160,6 +172,9 @@ def doubling(tree):
     x = tree.Variable("x", 1.0); f = tree.Scalar([x], x)
     for _ in range(40): f = tree.Scalar([x], f([x]) + f([x]))
     return f
+def fit_map(n_centers, n_threads):
+    sizes = 1000, 900, 999, 0, 2**30, n_threads, 1, False
+    t.optimize_projection(X[:, 0], z, "gaussian", n_centers, -9, 9, 0.1, 9, -9, 9, *sizes)
 v = t.jet.ast.Variable("v", 1e9); sleep = lambda: time.sleep(0.2)
 print("ready", flush=True)
 try:
@@ -175,7 +190,7 @@ print(len(t.compute_simple_kriging(X, X, z, covs, 0, n, 4)[0]))
         time.sleep(0.7)
         sent = time.time()
         process.send_signal(signal.SIGINT)
-        stopped, count = process.communicate(timeout=60)[0].splitlines()
+        *_, stopped, count = process.communicate(timeout=60)[0].splitlines()
     finally:
         process.kill()
     assert stopped.startswith("stopped"), stopped
@@ -263,6 +278,12 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.ast.Variable).eval(),
         lambda: raw(talvorix.ast.Kernel).print(),
         lambda: raw(talvorix.ast.ScalarFunction)([1.0]),
+        lambda: raw(talvorix.Projection).forward(1.0),
+        lambda: talvorix.Isomorphism(talvorix.Projection([]), raw(talvorix.Projection)),
+        lambda: raw(talvorix.Isomorphism).backward_proj,
+        lambda: raw(talvorix.IsomorphismParameters).kernel_forward,
+        lambda: raw(talvorix.PPMT).forward([1.0]),
+        lambda: talvorix.PPMT([[0], [1]], 0, iso_params=raw(talvorix.IsomorphismParameters)),
     ]
     for use in uses:
         with pytest.raises(TypeError, match="never initialised"):
