@@ -110,6 +110,8 @@ LONG_CALLS = {
     "lags on a map": "t.compute_variogram(X, X, z, 64, 64, 64, 500, 999, 1e9)",
     "a smooth variogram": "t.smooth_variogram(vario, 10**7, 0, 9, 9, 2.5, 0.5, 1)",
     "a sample of entries": "t.smooth_variogram(vario, 1, 0, 9, 9, 2.5, 0.5, 2**31 - 1)",
+    # The length is a prime, for which planning takes as long as the transform.
+    "a spectrum": "t.fft.SpectralData1D.forward(np.ones(9_000_011))",
     "a line": "t.fft.project_to_line(z, z, 1, 2.5, 10**8, 9000)",
     "back from a line": "t.fft.project_back_to_source(many[:, 0], many[:, 0], many[:, 1], 1, 1, 2)",
     "an ensemble of models": "t.ensemble_estimation(many, X, z, local, e, 60, 1, 0, -1, 2, 0.9)",
