@@ -114,11 +114,126 @@ Smoothed blend(const WeightedSums& at_lag, const WeightedSums& around, double ma
   return {};
 }
 
+// The mean around one new lag at a time.
+template <class Power>
+class MeanAround {
+ public:
+  MeanAround(const VariogramSmoothing& smoothing, double all_pairs, Power power)
+      : smoothing_(smoothing), all_pairs_(all_pairs), power_(power) {}
+
+  void start(const Vector3& lag, const Vector3& direction) {
+    lag_ = lag;
+    direction_ = direction;
+    at_lag_ = {};
+    around_ = {};
+  }
+
+  void add(const Vector3& entry, double variogram, double npairs) {
+    const Vector3 offset = lag_ - entry;
+    const double distance = offset.norm();
+    const double off_line = (offset - offset.dot(direction_) * direction_).norm();
+    if (!(distance <= smoothing_.max_r && off_line <= smoothing_.bandwidth)) {
+      return;
+    }
+    const double share = npairs / all_pairs_;
+    constexpr double no_distance = 1e-30;
+    if (distance <= no_distance) {
+      at_lag_.add(share, variogram, npairs);
+    } else {
+      around_.add(power_(1.0 / distance) * share, variogram, npairs);
+    }
+  }
+
+  Smoothed mean() const { return blend(at_lag_, around_, smoothing_.max_weight); }
+
+ private:
+  const VariogramSmoothing& smoothing_;
+  double all_pairs_;
+  Power power_;
+  Vector3 lag_ = Vector3::Zero();
+  Vector3 direction_ = Vector3::Zero();
+  WeightedSums at_lag_;
+  WeightedSums around_;
+};
+
+double largest_norm(const Locations& lags) {
+  double largest = 0.0;
+  for (const Vector3& lag : lags) {
+    largest = std::max(largest, lag.norm());
+  }
+  return largest;
+}
+
+// The entries that may be within the radius of lags along a direction, in their order along it. All
+// these lags stand on one line, and so the entries in the tube around it are the same for all.
+class NearLine {
+ public:
+  struct Entry {
+    double along;
+    Vector3 lag;
+    double variogram;
+    double npairs;
+  };
+
+  // The slack is more than what rounding can do to a distance.
+  NearLine(const ExperimentalVariogram& vario, const VariogramSmoothing& smoothing, double slack)
+      : vario_(vario), smoothing_(smoothing), slack_(slack) {}
+
+  void gather(const Vector3& direction, Worker& worker) {
+    entries_.clear();
+    begin_ = 0;
+    const double length = direction.norm();
+    axis_ = length > 0.0 && std::isfinite(length) ? Vector3(direction / length)
+                                                  : Vector3(Vector3::Zero());
+    // Off the line of a direction that is no unit vector, the bandwidth means something else.
+    const bool is_unit = std::abs(length - 1.0) < 1e-12;
+    const double reach =
+        is_unit ? std::min(smoothing_.max_r, smoothing_.bandwidth) : smoothing_.max_r;
+    for (std::size_t l = 0; l < vario_.lags().size(); ++l) {
+      worker.poll();
+      const Vector3& lag = vario_.lags()[l];
+      const double along = lag.dot(axis_);
+      if (!((lag - along * axis_).norm() > reach + slack_)) {
+        entries_.push_back(
+            {along, lag, vario_.variogram()[l], static_cast<double>(vario_.npairs()[l])});
+      }
+    }
+    std::sort(entries_.begin(), entries_.end(), [&](const Entry& a, const Entry& b) {
+      worker.poll();
+      return a.along < b.along;
+    });
+  }
+
+  // Calls visit for at least the entries within the radius of a lag. Lags come in ascending order.
+  template <class Visit>
+  void visit_around(const Vector3& lag, Visit&& visit) {
+    const double place = lag.dot(axis_);
+    const double reach = smoothing_.max_r + slack_;
+    while (begin_ < entries_.size() && entries_[begin_].along < place - reach) {
+      ++begin_;
+    }
+    for (std::size_t l = begin_; l < entries_.size() && !(entries_[l].along > place + reach); ++l) {
+      visit(entries_[l]);
+    }
+  }
+
+ private:
+  const ExperimentalVariogram& vario_;
+  const VariogramSmoothing& smoothing_;
+  double slack_;
+  Vector3 axis_ = Vector3::Zero();
+  std::vector<Entry> entries_;
+  std::size_t begin_ = 0;
+};
+
 template <class Power>
 std::vector<Smoothed> smoothed_entries(const ExperimentalVariogram& vario,
                                        const VariogramSmoothing& smoothing,
                                        const NewEntries& entries, int n_threads, Power&& power) {
-  const Neighborhood neighborhood(vario.lags());
+  const bool by_radius = smoothing.max_n_neis < 1;
+  const Neighborhood neighborhood(by_radius ? Locations() : vario.lags());
+  const double slack = 1e-9 * (largest_norm(vario.lags()) + largest_norm(entries.lags));
+  const double squared_radius = smoothing.max_r * smoothing.max_r;
   double all_pairs = 0.0;
   for (const int npairs : vario.npairs()) {
     all_pairs += npairs;
@@ -126,37 +241,33 @@ std::vector<Smoothed> smoothed_entries(const ExperimentalVariogram& vario,
   std::vector<Smoothed> smoothed(entries.lags.size());
   parallel_blocks(smoothed.size(), check_n_threads(n_threads),
                   [&](Worker& worker, std::size_t begin, std::size_t end) {
+                    MeanAround mean(smoothing, all_pairs, power);
+                    NearLine near_line(vario, smoothing, slack);
                     SearchScratch scratch;
                     for (std::size_t t = begin; t < end; ++t) {
                       worker.poll();
                       const Vector3& lag = entries.lags[t];
-                      const Vector3& direction =
-                          vario.directions()[static_cast<std::size_t>(entries.direction_ids[t])];
-                      if (smoothing.max_n_neis < 1) {
-                        neighborhood.find_within(lag, smoothing.max_r, scratch);
+                      const int id = entries.direction_ids[t];
+                      const Vector3& direction = vario.directions()[static_cast<std::size_t>(id)];
+                      mean.start(lag, direction);
+                      if (by_radius) {
+                        if (t == begin || id != entries.direction_ids[t - 1]) {
+                          near_line.gather(direction, worker);
+                        }
+                        near_line.visit_around(lag, [&](const NearLine::Entry& entry) {
+                          // The radius of a search is one that nothing stands on.
+                          if ((lag - entry.lag).squaredNorm() < squared_radius) {
+                            mean.add(entry.lag, entry.variogram, entry.npairs);
+                          }
+                        });
                       } else {
                         neighborhood.find_nearest(
                             lag, static_cast<std::size_t>(smoothing.max_n_neis), scratch);
-                      }
-                      WeightedSums at_lag;
-                      WeightedSums around;
-                      for (const std::size_t l : scratch.indices) {
-                        const Vector3 offset = lag - vario.lags()[l];
-                        const double distance = offset.norm();
-                        const double off_line = (offset - offset.dot(direction) * direction).norm();
-                        if (!(distance <= smoothing.max_r && off_line <= smoothing.bandwidth)) {
-                          continue;
-                        }
-                        const double npairs = vario.npairs()[l];
-                        const double share = npairs / all_pairs;
-                        constexpr double no_distance = 1e-30;
-                        if (distance <= no_distance) {
-                          at_lag.add(share, vario.variogram()[l], npairs);
-                        } else {
-                          around.add(power(1.0 / distance) * share, vario.variogram()[l], npairs);
+                        for (const std::size_t l : scratch.indices) {
+                          mean.add(vario.lags()[l], vario.variogram()[l], vario.npairs()[l]);
                         }
                       }
-                      smoothed[t] = blend(at_lag, around, smoothing.max_weight);
+                      smoothed[t] = mean.mean();
                     }
                   });
   return smoothed;
