@@ -104,6 +104,7 @@ void register_families(py::module_& m) {
   register_variogram_module(m);
   register_kfold_module(m);
   register_optimization_module(m);
+  register_spectral_module(m);
   register_projection_module(m);
   register_ppmt_module(m);
   register_algebra_module(m);

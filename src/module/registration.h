@@ -20,6 +20,7 @@ void register_conditioning(pybind11::module_& m);
 void register_variogram_module(pybind11::module_& m);
 void register_kfold_module(pybind11::module_& m);
 void register_optimization_module(pybind11::module_& m);
+void register_spectral_module(pybind11::module_& m);
 void register_projection_module(pybind11::module_& m);
 void register_ppmt_module(pybind11::module_& m);
 void register_algebra_module(pybind11::module_& m);

@@ -23,33 +23,40 @@ namespace {
 // it from timing candidates: timed plans could change the last bits from run to run.
 constexpr unsigned plan_flags = 128U | FFTW_ESTIMATE;
 
-void execute(fftw_plan plan) {
-  fftw_execute(plan);
-  const std::lock_guard lock(planner_mutex());
-  fftw_destroy_plan(plan);
-}
-
-// Executes the plan of n values that make_plan returns; a null plan is skipped. Long ones are
-// watched when all the buffers are given.
-template <class MakePlan>
-void transform(std::int64_t n, MakePlan&& make_plan,
-               std::vector<std::shared_ptr<const void>> buffers) {
+// Plans, executes and destroys the plan; a null plan is skipped. The planner may be at work for
+// someone else for long: the thread that entered the library waits for it by a PatientLock.
+template <class Lock, class MakePlan>
+void run(const MakePlan& make_plan) {
   fftw_plan plan = nullptr;
   {
-    const std::lock_guard lock(planner_mutex());
+    const Lock lock(planner_mutex());
     plan = make_plan();
   }
   if (plan == nullptr) {
     return;
   }
-  constexpr std::int64_t is_long = std::int64_t{1} << 22;
+  fftw_execute(plan);
+  const std::lock_guard lock(planner_mutex());
+  fftw_destroy_plan(plan);
+}
+
+// Transforms n values by the plan that make_plan returns, which holds by value whatever it needs:
+// it may outlive the call. Long transforms are watched when all the buffers are given.
+template <class MakePlan>
+void transform(std::int64_t n, const MakePlan& make_plan,
+               std::vector<std::shared_ptr<const void>> buffers) {
+  // Lengths with large prime factors take many times as long as others.
+  constexpr std::int64_t is_long = std::int64_t{1} << 18;
   const bool are_owned = std::all_of(buffers.begin(), buffers.end(),
                                      [](const auto& buffer) { return buffer != nullptr; });
   if (n >= is_long && are_owned) {
+    // Neither can a transform be stopped nor, for lengths with large prime factors, its planning.
     InterruptPoller poll;
-    run_watched([plan, buffers = std::move(buffers)] { execute(plan); }, poll);
+    run_watched(
+        [make_plan, buffers = std::move(buffers)] { run<std::lock_guard<std::mutex>>(make_plan); },
+        poll);
   } else {
-    execute(plan);
+    run<PatientLock>(make_plan);
   }
 }
 
@@ -92,9 +99,9 @@ void backward_3d(complex_array& spectrum, const Extents& extents, double* values
   require_spectrum(spectrum, half[0] * half[1] * half[2]);
   transform(
       extents[0] * extents[1] * extents[2],
-      [&] {
+      [extents, entries = to_fftw(spectrum.data()), values] {
         return fftw_plan_dft_c2r_3d(to_int(extents[0]), to_int(extents[1]), to_int(extents[2]),
-                                    to_fftw(spectrum.data()), values, plan_flags);
+                                    entries, values, plan_flags);
       },
       std::move(buffers));
 }
@@ -125,17 +132,16 @@ array::array(const double* values, const Extents& extents) : array(extents, 3, v
 void array::backward(complex_array& spectrum) {
   const int n0 = to_int(extents_[0]);
   const int n1 = to_int(extents_[1]);
+  fftw_complex* const entries = to_fftw(spectrum.data());
+  double* const values = data_;
   if (rank_ == 1) {
     require_spectrum(spectrum, n0 / 2 + 1);
-    transform(size_,
-              [&] { return fftw_plan_dft_c2r_1d(n0, to_fftw(spectrum.data()), data_, plan_flags); },
+    transform(size_, [=] { return fftw_plan_dft_c2r_1d(n0, entries, values, plan_flags); },
               {spectrum.values_, values_});
   } else if (rank_ == 2) {
     require_spectrum(spectrum, extents_[0] * (n1 / 2 + 1));
-    transform(
-        size_,
-        [&] { return fftw_plan_dft_c2r_2d(n0, n1, to_fftw(spectrum.data()), data_, plan_flags); },
-        {spectrum.values_, values_});
+    transform(size_, [=] { return fftw_plan_dft_c2r_2d(n0, n1, entries, values, plan_flags); },
+              {spectrum.values_, values_});
   } else if (rank_ == 3) {
     backward_3d(spectrum, extents_, data_, {spectrum.values_, values_});
   }
@@ -177,11 +183,11 @@ void complex_array::forward(const double* values, const Extents& extents,
   const std::int64_t n = half[0] * half[1] * half[2];
   const Values spectrum = allocate(n);
   transform(n_values,
-            [&] {
+            [extents, values, entries = to_fftw(spectrum.get())] {
               // The transform keeps its input, though it does not say so.
               return fftw_plan_dft_r2c_3d(to_int(extents[0]), to_int(extents[1]),
-                                          to_int(extents[2]), const_cast<double*>(values),
-                                          to_fftw(spectrum.get()), plan_flags);
+                                          to_int(extents[2]), const_cast<double*>(values), entries,
+                                          plan_flags);
             },
             {spectrum, std::move(owner)});
   rank_ = 3;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace talvorix::fft {
 
@@ -12,30 +13,25 @@ MaskedVariogram masked_variogram(const array& values) {
   const Extents& n = values.extents();
   const Extents padded = {2 * n[0] - 1, 2 * n[1] - 1, 2 * n[2] - 1};
   InterruptPoller poll;
-  complex_array spectrum_of_values;
-  complex_array spectrum_of_squares;
-  complex_array spectrum_of_presence;
-  {
-    array value(padded, 0.0);
-    array square(padded, 0.0);
-    array presence(padded, 0.0);
+  // One grid serves for all that is transformed: large ones take long to come by.
+  array grid(padded, 0.0);
+  const auto spectrum_of = [&](auto&& of_present_value) {
     for (std::int64_t i = 0; i < n[0]; ++i) {
       for (std::int64_t j = 0; j < n[1]; ++j) {
         poll();
         for (std::int64_t k = 0; k < n[2]; ++k) {
           const double z = values(i, j, k);
-          if (std::isfinite(z)) {
-            value(i, j, k) = z;
-            square(i, j, k) = z * z;
-            presence(i, j, k) = 1.0;
-          }
+          grid(i, j, k) = std::isfinite(z) ? of_present_value(z) : 0.0;
         }
       }
     }
-    spectrum_of_values.forward(value);
-    spectrum_of_squares.forward(square);
-    spectrum_of_presence.forward(presence);
-  }
+    complex_array spectrum;
+    spectrum.forward(grid);
+    return spectrum;
+  };
+  complex_array spectrum_of_values = spectrum_of([](double z) { return z; });
+  complex_array spectrum_of_squares = spectrum_of([](double z) { return z * z; });
+  complex_array spectrum_of_presence = spectrum_of([](double) { return 1.0; });
 
   // Over all pairs at a lag, the sum of (z - z')^2 is that of the squares at either end, less twice
   // that of the products: correlations of the three grids, and so products of their spectra.
@@ -47,7 +43,8 @@ MaskedVariogram masked_variogram(const array& values) {
     spectrum_of_squares(i) = 2.0 * squares - 2.0 * products;
     spectrum_of_presence(i) = std::norm(present);
   }
-  MaskedVariogram result{array(padded, 0.0), array(padded, 0.0)};
+  spectrum_of_values = complex_array();
+  MaskedVariogram result{std::move(grid), array(padded, 0.0)};
   result.variogram.backward(spectrum_of_squares);
   result.npairs.backward(spectrum_of_presence);
   const auto n_padded = static_cast<double>(result.npairs.size());

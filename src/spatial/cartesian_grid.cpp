@@ -104,6 +104,7 @@ CartesianGrid::CartesianGrid(const Vector3& length, const CellTriple& number_of_
                              const Vector3& origin, const Vector3& rotation)
     : transformation_(length[0], length[1], length[2], rotation[0], rotation[1], rotation[2]),
       origin_(origin),
+      rotation_(rotation),
       counts_(number_of_cells),
       normalised_cell_(inverse_of(number_of_cells)),
       cell_size_(cell_diagonal(transformation_.inv_matrix(), normalised_cell_)),

@@ -32,6 +32,8 @@ class CartesianGrid {
   // From the real box to the unit cube, but for the origin.
   const Ellipsoid& transformation() const { return transformation_; }
   const Vector3& origin() const { return origin_; }
+  // Azimuth, dip and rake in degrees, as given: the transformation does not keep them.
+  const Vector3& rotation() const { return rotation_; }
   // One over each count.
   const Vector3& normalised_cell() const { return normalised_cell_; }
   // The diagonal of a cell as a real offset: with a rotation these are not the edge lengths.
@@ -54,6 +56,7 @@ class CartesianGrid {
  private:
   Ellipsoid transformation_;
   Vector3 origin_;
+  Vector3 rotation_;
   CellTriple counts_;
   Vector3 normalised_cell_;
   Vector3 cell_size_;

@@ -107,6 +107,13 @@ LONG_CALLS = {
     "distances of clusters": "t.merge_clusters(many, [0, 1] * (len(many) // 2), 0)",
     "a variogram": "t.compute_exp_variogram(X, z, n_centers=9000, bandwidth=1)",
     "a perpendicular that is none": "t.compute_exp_variogram(X, z, tol=2)",
+    "lags on a map": "t.compute_variogram(X, X, z, 64, 64, 64, 500, 999, 1e9)",
+    "a smooth variogram": "t.smooth_variogram(vario, 10**7, 0, 9, 9, 2.5, 0.5, 1)",
+    "a sample of entries": "t.smooth_variogram(vario, 1, 0, 9, 9, 2.5, 0.5, 2**31 - 1)",
+    # The length is a prime, for which planning takes as long as the transform.
+    "a spectrum": "t.fft.SpectralData1D.forward(np.ones(9_000_011))",
+    "a line": "t.fft.project_to_line(z, z, 1, 2.5, 10**8, 9000)",
+    "back from a line": "t.fft.project_back_to_source(many[:, 0], many[:, 0], many[:, 1], 1, 1, 2)",
     "an ensemble of models": "t.ensemble_estimation(many, X, z, local, e, 60, 1, 0, -1, 2, 0.9)",
     "an ensemble of ellipsoids": "t.ensemble_ellipsoid(range(50_000), [e] * 50_000)",
     "ellipsoids at targets": "t.ensemble_local_ellipsoids(many, X, [e] * len(X), z, 90, 1, -1)",
@@ -139,12 +146,12 @@ LONG_CALLS = {
     ),
     "a map": "fit_map(90, 1)",
     "a map of many centres": "fit_map(300, 0)",
-    "a pair of maps": "t.optimize_isomorphism(X[:, 0], X[:, 1], t.IsomorphismParameters('idw', 130))",
+    "a pair of maps": "t.optimize_isomorphism(*X.T[:2], t.IsomorphismParameters('idw', 130))",
     "values that are mapped": "t.Projection(np.ones(30_000)).forward(many[:, 0])",
     "steps of many samples": "t.PPMT(many, 2**30)",
     "steps of few samples": "t.PPMT(X[:99], 2**30)",
     "samples that are carried": (
-        "t.PPMT(X[:99], 1, iso_params=t.IsomorphismParameters('idw', 9000, n_partitions=0))"
+        "t.PPMT(X[:99], 1, iso_params=t.IsomorphismParameters('idw', 2000, n_partitions=0))"
         ".forward(many)"
     ),
     "a decomposition": "t.compute_svd_decomposition(np.random.default_rng(0).random((3000, 3000)))",
@@ -167,6 +174,7 @@ slow_elsewhere = t.CovarianceErrorFunction.Custom(
     lambda model, n_threads: time.sleep(0.3 * (threading.get_ident() != here)) or 1.0
 )
 classes = t.transiogram.Transiogram([[max]])
+vario = t.ExperimentalVariogram(X, z, [9] * len(X), [0] * len(X), [(1, 0, 0)])
 local = t.LocalCovariances(X, [covs] * len(X), z); bands = t.SimulatorFactory.TBSIM(X, 2)
 def doubling(tree):
     x = tree.Variable("x", 1.0); f = tree.Scalar([x], x)
@@ -275,6 +283,7 @@ def test_objects_made_without_their_constructor_are_refused():
         ),
         lambda: raw(talvorix.algebra.JetVector).norm(),
         lambda: talvorix.algebra.RealMatrix([[1]]) * raw(talvorix.algebra.RealMatrix),
+        lambda: raw(talvorix.fft.SpectralData1D).backward(),
         lambda: raw(talvorix.ast.Variable).eval(),
         lambda: raw(talvorix.ast.Kernel).print(),
         lambda: raw(talvorix.ast.ScalarFunction)([1.0]),
