@@ -12,6 +12,7 @@ from typing_extensions import Never
 from . import algebra as algebra
 from . import ast as ast
 from . import ceres as ceres
+from . import fft as fft
 from . import jet as jet
 from . import markov_chain as markov_chain
 from . import transiogram as transiogram
@@ -2705,6 +2706,118 @@ def compute_svd_decomposition(A: _Table, is_surface: bool = False) -> tuple:
         When A has no entries.
     """
 
+@overload
+def compute_variogram(
+    cartesian_grid: CartesianGrid,
+    data: _Values,
+    n_directions: _Integer,
+    n_lags: _Integer,
+    bandwidth: _Real,
+    n_threads: _Integer = 0,
+    seed: _Integer = 12415,
+    nx: _Integer = 200,
+    ny: _Integer = 200,
+    nz: _Integer = 200,
+) -> ExperimentalVariogram:
+    """Compute directional experimental variograms from a map of the variogram at all lags of a lattice.
+
+    The data are put into the cells of the lattice, and Fourier transforms give the variogram of these
+    cells and the number of pairs at every lag between two of them, cells without data left out. In many
+    directions, at random lags, the map is then averaged over the cells around each lag, weighted by
+    their pairs. The lags of each direction have a half-normal distribution in units of the lattice's
+    box, so that short ones come dense; the map ends at half the box, and lags beyond have no entry.
+
+    Parameters
+    ----------
+    cartesian_grid : CartesianGrid
+        In the first form the data stand at its locations, and the lattice covers it, turned as it is.
+    block_model : BlockModel
+        In the second form they stand at its active locations; the lattice is that of its base grid.
+    corners : list of numpy.ndarray, or array of shape (m, 3)
+        In the third form, locations whose box, along the axes of the lattice, is as long as the lattice.
+    locations : list of numpy.ndarray, or array of shape (n, 3)
+        In the third form, those of the data. What is outside of the lattice is left out, and so is what
+        is not finite.
+    data : list of float, or array of shape (n,)
+        One value for each location. NaN and infinity are missing values.
+    nx, ny, nz : int
+        Cells of the lattice along its axes; 200 each in the first two forms if not given. Of several
+        data in one cell the last one counts, even if it is missing.
+    n_directions : int
+        Half the number of directions.
+    n_lags : int
+        Number of lags of a direction.
+    bandwidth : float
+        Radius around a lag within which the map is averaged, in diagonals of a cell.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it. The transforms have a
+        setting of their own, `set_fft_n_threads`.
+    seed : int, default 12415
+        Of the lags, taken modulo 2^32. The directions are always the same.
+    origin : numpy.ndarray, shape (3, 1), default (0, 0, 0)
+        In the third form, the location of the lattice's first corner.
+    rotation : numpy.ndarray, shape (3, 1), default (90, 0, 0)
+        In the third form, azimuth, dip and rake of the lattice in degrees, as for `Ellipsoid`: azimuth
+        90 puts its first axis on +x.
+
+    Returns
+    -------
+    ExperimentalVariogram
+        Lags are in real units. `npairs` counts the pairs of all averaged cells, rounded toward zero
+        from what the transforms make of it, which may be a trifle below the true number. An entry is
+        NaN where the first cells around its lag have no pairs at all.
+
+    Raises
+    ------
+    ValueError
+        When `data` is not as long as the locations or active cells are many, `corners` is empty, a
+        corner, `origin` or `rotation` is not finite, `nx`, `ny` or `nz` is below 1, or a count is
+        negative.
+    MemoryError
+        When the map does not fit into memory: it takes about 270 bytes for each cell of the lattice
+        while it is made.
+
+    Notes
+    -----
+    A datum at the very boundary between two cells is put into one of them by rounding. In a lattice of
+    as many cells as a grid, or a multiple, all locations of the grid stand at such boundaries, and two
+    of them may fall into one cell. With one cell more along each axis than the grid has, each has a
+    cell of its own; lags then come out too short by one part in the number of cells.
+
+    References
+    ----------
+    Marcotte, D. (1996). Fast variogram computation with FFT. Computers & Geosciences 22(10), 1175-1186.
+    """
+
+@overload
+def compute_variogram(
+    block_model: BlockModel,
+    data: _Values,
+    n_directions: _Integer,
+    n_lags: _Integer,
+    bandwidth: _Real,
+    n_threads: _Integer = 0,
+    seed: _Integer = 12415,
+    nx: _Integer = 200,
+    ny: _Integer = 200,
+    nz: _Integer = 200,
+) -> ExperimentalVariogram: ...
+@overload
+def compute_variogram(
+    corners: _Locations,
+    locations: _Locations,
+    data: _Values,
+    nx: _Integer,
+    ny: _Integer,
+    nz: _Integer,
+    n_directions: _Integer,
+    n_lags: _Integer,
+    bandwidth: _Real,
+    n_threads: _Integer = 0,
+    seed: _Integer = 12415,
+    origin: _Location = ...,
+    rotation: _Location = ...,
+) -> ExperimentalVariogram: ...
 def covariance_computer(covs: Sequence[Covariance]) -> SpatialFunction:
     """Make a function of the lag from a model.
 
@@ -4081,6 +4194,61 @@ def simulate(
     simulators: Sequence[SpatialFunction],
     n_threads: _Integer = 0,
 ) -> list[list[float]]: ...
+def smooth_variogram(
+    vario: ExperimentalVariogram,
+    n_lags: _Integer,
+    max_n_neis: _Integer,
+    max_r: _Real,
+    bandwidth: _Real,
+    power_a: _Real,
+    max_weight: _Real,
+    sampling_size: _Integer,
+    n_threads: _Integer = 0,
+    seed: _Integer = 123151,
+) -> ExperimentalVariogram:
+    """Resample an experimental variogram at new lags, as means of the entries around them.
+
+    New lags are drawn along each direction from a half-normal distribution, scaled to the direction's
+    longest lag. Entries near a lag, of whatever direction, count by their pairs and the inverse of
+    their distance.
+
+    Parameters
+    ----------
+    vario : ExperimentalVariogram
+    n_lags : int
+        Number of new lags of a direction. Below 1, each direction gets as many as it has entries.
+    max_n_neis : int
+        The nearest entries that a new one is made of. Below 1, all that are nearer than `max_r`.
+    max_r : float
+        Largest distance between a lag and an entry, in the units of the lags. The shortest new lag is
+        a fiftieth of it.
+    bandwidth : float
+        Largest distance between an entry and the line through the lag along its direction.
+    power_a : float
+        Power of the inverse distance.
+    max_weight : float
+        Weight of the entries at the very lag, from 0 to 1, when there are others.
+    sampling_size : int
+        Number of entries that are drawn before the lags are: no more than another seed.
+    n_threads : int, default 0
+        Number of threads; 0 stands for all. The result does not depend on it.
+    seed : int, default 123151
+        Taken modulo 2^32.
+
+    Returns
+    -------
+    ExperimentalVariogram
+        With the directions of `vario`. `npairs` are means, too, and lags where they are below 1 are
+        left out.
+
+    Raises
+    ------
+    RuntimeError
+        "No lags found", when no lag is left or `vario` has no entries.
+    ValueError
+        When a lag of `vario` is not finite or `sampling_size` is negative.
+    """
+
 def sort_matrix3d(T: _Matrix, orthogonalize: bool = True) -> NDArray[np.float64]:
     """Put the rows of an anisotropy matrix in order of ascending length, the longest range first.
 
