@@ -95,7 +95,9 @@ class ReducedCost final : public ceres::CostFunction {
     set_num_residuals(static_cast<int>(n_parameters) + 1);
     mutable_parameter_block_sizes()->push_back(static_cast<std::int32_t>(n_parameters));
     cut_into_chunks();
-    require_room();
+    if (!is_empty()) {
+      require_room();
+    }
   }
 
   bool is_empty() const { return chunks_.empty(); }

@@ -307,8 +307,8 @@ using VectorCallback = Callback<std::vector<double>>;
 void set_bounds(ceres::Problem& problem, const std::string& name, double* block, std::size_t i,
                 double lower, double upper) {
   if (lower >= upper) {
-    throw std::invalid_argument("boundary of " + name + " has " + std::to_string(lower) +
-                                " for a lower and " + std::to_string(upper) +
+    throw std::invalid_argument("boundary of " + name + " has " + to_text(lower) +
+                                " for a lower and " + to_text(upper) +
                                 " for an upper bound; the lower one must be less");
   }
   problem.SetParameterLowerBound(block, static_cast<int>(i), lower);

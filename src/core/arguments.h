@@ -3,10 +3,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
 namespace talvorix {
+
+// A number as messages show it.
+inline std::string to_text(double number) {
+  std::ostringstream text;
+  text << number;
+  return text.str();
+}
 
 // Throws std::invalid_argument that names both lists and both lengths when they differ.
 inline void require_equal_lengths(const char* name, std::size_t length, const char* other_name,

@@ -528,7 +528,7 @@ Carry a value of the target back to the source; takes and returns what `forward`
            py::arg("z"), py::arg("n_threads") = 0);
 }
 
-py::array_t<double> to_array(const Eigen::VectorXd& values) {
+py::array_t<double> vector_to_array(const Eigen::VectorXd& values) {
   return py::array_t<double>(values.size(), values.data());
 }
 
@@ -594,10 +594,12 @@ ValueError
       [](const Eigen::MatrixXd& A, bool is_surface) {
         InterruptPoller poll;
         const SvdDecomposition svd = compute_svd_decomposition(A, is_surface, poll);
-        return py::make_tuple(to_array(svd.u), to_array(svd.s), to_array(svd.v));
+        return py::make_tuple(to_array(svd.u), vector_to_array(svd.s), to_array(svd.v));
       },
       py::arg("A"), py::arg("is_surface") = false, R"(
 Decompose a matrix by its singular values: A = U diag(s) V^T.
+
+Of each column of V, the first entry that is at least half as large as its largest is positive.
 
 Parameters
 ----------
@@ -622,7 +624,7 @@ ValueError
         InterruptPoller poll;
         const OptimumRotation optimum = compute_optimum_rotation(A, is_surface, poll);
         return py::make_tuple(to_array(optimum.rotation), to_array(optimum.inverse),
-                              to_array(optimum.u), to_array(optimum.s));
+                              to_array(optimum.u), vector_to_array(optimum.s));
       },
       py::arg("A"), py::arg("is_surface") = false, R"(
 Find the rotation that turns the rows of a matrix to their principal axes.
@@ -689,7 +691,9 @@ prob_random_rotation : float, default 0.37
     How probable a random rotation is, at every step but the first.
 iso_params : IsomorphismParameters
     How the maps of the axes are fitted. Left out, the way forward has the exponential kernel and
-    the way back the spherical one.
+    the way back the spherical one. That one ends at a distance, and so the way back may have gaps,
+    where samples come out as NaN; `IsomorphismParameters()` has the exponential kernel both ways
+    and no gaps.
 n_threads : int, default 0
     Number of threads; 0 stands for all. The result does not depend on it.
 seed : int, default 123154
@@ -731,13 +735,11 @@ Raises
 ------
 ValueError
     When a sample has not as many variables as the transform was fitted to.
-)",
-           py::call_guard<py::gil_scoped_release>())
+)")
       .def("backward", static_cast<OfSample>(&PPMT::backward), py::arg("u"), R"(
 Carry independent normal scores back to samples; takes and returns what `forward` does. The round
 trip is as exact as the two maps of each axis fit each other.
-)",
-           py::call_guard<py::gil_scoped_release>())
+)")
       .def("forward", static_cast<OfMatrix>(&PPMT::forward), py::arg("data"),
            py::arg("n_threads") = 0, py::call_guard<py::gil_scoped_release>())
       .def("backward", static_cast<OfMatrix>(&PPMT::backward), py::arg("data"),

@@ -27,10 +27,31 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 // What v has beyond the columns that the decomposition needs completes them to a rotation.
 enum class Columns { as_needed, square };
 
+// A column of u and the one of v may both be negated. Rounding would decide, differently from one
+// machine to the next, were it not for a rule that does not turn on which of two like entries is
+// the larger.
+void fix_signs(SvdDecomposition& svd) {
+  for (Index j = 0; j < svd.v.cols(); ++j) {
+    const double large = 0.5 * svd.v.col(j).cwiseAbs().maxCoeff();
+    Index i = 0;
+    while (std::abs(svd.v(i, j)) < large) {
+      ++i;
+    }
+    if (svd.v(i, j) < 0.0) {
+      svd.v.col(j) *= -1.0;
+      if (j < svd.u.cols()) {
+        svd.u.col(j) *= -1.0;
+      }
+    }
+  }
+}
+
 SvdDecomposition decompose_finite(const MatrixXd& A, Columns columns_of_v) {
   const unsigned v = columns_of_v == Columns::square ? Eigen::ComputeFullV : Eigen::ComputeThinV;
   const Eigen::BDCSVD<MatrixXd> svd(A, Eigen::ComputeThinU | v);
-  return {svd.matrixU(), svd.singularValues(), svd.matrixV()};
+  SvdDecomposition result{svd.matrixU(), svd.singularValues(), svd.matrixV()};
+  fix_signs(result);
+  return result;
 }
 
 SvdDecomposition decompose(MatrixXd A, bool is_surface, Columns columns_of_v, PollRef poll) {
@@ -72,8 +93,8 @@ OptimumRotation compute_optimum_rotation(const MatrixXd& A, bool is_surface, Pol
 
 void require_range(double min_v, double max_v) {
   if (!std::isfinite(max_v - min_v) || min_v == max_v) {
-    throw std::invalid_argument("min_v is " + std::to_string(min_v) + " and max_v is " +
-                                std::to_string(max_v) + "; they must be finite and differ");
+    throw std::invalid_argument("min_v is " + to_text(min_v) + " and max_v is " + to_text(max_v) +
+                                "; they must be finite and differ");
   }
 }
 

@@ -1,6 +1,7 @@
 #include "distributions/ppmt.h"
 
 #include "core/arguments.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
 #include "core/radix_sort.h"
 #include "distributions/cdf.h"
@@ -280,7 +281,11 @@ void check(const MatrixXd& data, const PpmtSettings& settings) {
     throw std::invalid_argument("n_bins must be 2 or more, but is " +
                                 std::to_string(settings.n_bins));
   }
+  check(settings.iso_params);
   require_range(settings.min_v, settings.max_v);
+  require_memory("the table of bins", sizeof(double) *
+                                          (2.0 * static_cast<double>(data.cols()) + 2.0) *
+                                          static_cast<double>(settings.n_bins));
   if (data.rows() < 2 || data.cols() < 1) {
     throw std::invalid_argument("data has " + std::to_string(data.rows()) + " rows and " +
                                 std::to_string(data.cols()) +

@@ -35,6 +35,20 @@ Projection fit_back(const std::vector<double>& source, const Projection& forward
 
 }  // namespace
 
+void check(const IsomorphismParameters& iso_params) {
+  require_count("n_centers_forward", iso_params.n_centers_forward);
+  require_count("n_centers_backward", iso_params.n_centers_backward);
+  require_count("n_partitions", iso_params.n_partitions);
+  require_count("n_iterations", iso_params.n_iterations);
+  const double smallest = iso_params.min_partition_size;
+  const double largest = iso_params.max_partition_size;
+  if (smallest < 0.0 || largest < smallest) {
+    throw std::invalid_argument("min_partition_size is " + to_text(smallest) +
+                                " and max_partition_size is " + to_text(largest) +
+                                "; they must be 0 or more and ascend");
+  }
+}
+
 Isomorphism optimize_isomorphism(const std::vector<double>& source,
                                  const std::vector<double>& target, const ProjectionShape& forward,
                                  const ProjectionShape& backward, const ProjectionFit& fit,
@@ -49,7 +63,8 @@ IsomorphismFitter::IsomorphismFitter(std::vector<double> source_data,
                                      std::vector<double> target_data,
                                      const IsomorphismParameters& iso_params)
     : source_(std::move(source_data)), target_(std::move(target_data)) {
-  require_count("n_centers_backward", iso_params.n_centers_backward);
+  check(iso_params);
+  require_equal_lengths("target_data", target_.size(), "source_data", source_.size());
   const Interval source = range_of("source_data", source_);
   const Interval target = range_of("target_data", target_);
   const Interval values = widened(target, iso_params.weight_tol);

@@ -48,6 +48,9 @@ struct IsomorphismParameters {
   bool debug = false;
 };
 
+// Throws std::invalid_argument for counts and factors that are negative or cross.
+void check(const IsomorphismParameters& iso_params);
+
 // Fits the way forward to the samples, and the way back to what the way forward makes of the
 // source.
 Isomorphism optimize_isomorphism(const std::vector<double>& source,

@@ -180,7 +180,7 @@ std::vector<double> starting_parameters(const std::vector<double>& source,
                                         const std::vector<double>& target,
                                         const ProjectionShape& shape, RandomEngine& rng) {
   std::vector<double> parameters;
-  require_memory("the parameters", 24.0 * static_cast<double>(shape.n_centers));
+  require_memory("the list of parameters", 24.0 * static_cast<double>(shape.n_centers));
   parameters.reserve(3 * static_cast<std::size_t>(shape.n_centers));
   for (int i = 0; i < shape.n_centers; ++i) {
     const std::size_t drawn = rng() % source.size();
@@ -197,7 +197,7 @@ std::vector<Partition> draw_partitions(const std::vector<double>& source,
   const auto n_sizes = static_cast<std::size_t>(fit.max_partition_size) -
                        static_cast<std::size_t>(fit.min_partition_size) + 1;
   const std::size_t largest = std::min(n - 1, static_cast<std::size_t>(fit.max_partition_size) + 1);
-  require_memory("the partitions",
+  require_memory("the list of partitions",
                  16.0 * static_cast<double>(fit.n_partitions) * static_cast<double>(largest));
   std::vector<Partition> partitions(static_cast<std::size_t>(fit.n_partitions));
   for (Partition& partition : partitions) {
