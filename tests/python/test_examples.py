@@ -20,6 +20,7 @@ ANISOTROPY = SCRIPT.with_name("find_anisotropy.py")
 SIMULATION = SCRIPT.with_name("simulate_deposit.py")
 CUSTOM = SCRIPT.with_name("fit_custom_model.py")
 FACIES = SCRIPT.with_name("simulate_facies.py")
+MULTIVARIATE = SCRIPT.with_name("multivariate.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -486,6 +487,47 @@ def test_facies_honour_samples_and_the_model_turns_with_the_layers(tmp_path, mon
     for option, message in (("--ranges=5", "a list of 2 numbers"), ("--x=E", "'E' for --x")):
         grid = [*map("=".join, GOOD.items())][2:]
         assert script.main([f"{tmp_path}/samples.csv", *grid, f"--out={tmp_path}/no", option]) == 2
+        assert message in capsys.readouterr().err and not (tmp_path / "no").exists()
+
+
+def test_grades_become_independent_and_come_back(tmp_path, monkeypatch, capsys):
+    first, again, short = tmp_path / "first", tmp_path / "again", ["--steps=2", "--bins=300"]
+    run_script("--out", first, *short, script=MULTIVARIATE)
+    lines = (first / "composites.csv").read_text().splitlines()
+    table = tmp_path / "table.csv"
+    table.write_text("\n".join([*lines, "DH-00,0.2,,0.3"]) + "\n")
+    printed = run_script(table, "--out", again, "--threads", 1, *short, script=MULTIVARIATE)
+    assert "3,372 samples, 1 rows that miss a grade left out" in printed
+    assert (first / "scores.csv").read_text() == (again / "scores.csv").read_text()
+
+    samples, apart, simulated = (
+        np.genfromtxt(first / f"{name}.csv", delimiter=",", skip_header=1)[:, skipped:]
+        for name, skipped in (("composites", 1), ("scores", 1), ("simulated", 0))
+    )
+    grades, scores, returned = np.split(apart, 3, axis=1)
+    own = {line.split(",")[0] for line in (first / "scores.csv").read_text().splitlines()[1:]}
+    assert len(own) == 9 and len(apart) == sum(line.split(",")[0] in own for line in lines)
+    errors = np.quantile(abs(returned - grades) / samples.std(axis=0), [0.5, 0.95], axis=0)
+    assert errors[0].max() < 0.04 and errors[1].max() < 0.25
+    assert abs(np.percentile(scores, [16, 50, 84], axis=0).T - [-1, 0, 1]).max() < 0.4
+    ranks = [np.argsort(np.argsort(x, axis=0), axis=0).T for x in (scores, samples, simulated)]
+    independent, known, found = (np.corrcoef(rows) for rows in ranks)
+    assert abs(independent - np.eye(3)).max() < 0.2 < known.min()
+    np.testing.assert_allclose(found, known, atol=0.08)
+    levels = [0.25, 0.5, 0.75, 0.95]
+    both = (np.quantile(values, levels, axis=0) for values in (simulated, samples))
+    np.testing.assert_allclose(*both, rtol=0.12)
+    assert matplotlib.image.imread(first / "multivariate.png").std() > 0.05
+
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(MULTIVARIATE.stem)
+    table.write_text("\n".join([lines[0], "DH-00,0.2,-0.1,0.3"]) + "\n")
+    for option, message in (
+        ("--seed=1", "table.csv, row 2, column 'nickel': expected a grade of at least 0, got -0.1"),
+        ("--sulphur=S", "no column 'S' for --sulphur; row 1 has hole, copper, nickel, sulphur"),
+        ("--scale=roots", "scale: expected logarithms or grades, got 'roots'"),
+    ):
+        assert script.main([str(table), f"--out={tmp_path}/no", option]) == 2
         assert message in capsys.readouterr().err and not (tmp_path / "no").exists()
 
 
