@@ -72,12 +72,14 @@ double apply_loss(const ResidualBlock& block, Eigen::Ref<Rows> rows) {
     return loss.half_cost;
   }
   double half_cost = 0.0;
+  Eigen::ArrayXd scalings(rows.rows());
   for (Eigen::Index i = 0; i < rows.rows(); ++i) {
     const double residual = rows(i, last);
     const Loss loss = cauchy(residual * residual, block.cauchy_scale);
-    rows.row(i) *= loss.scaling;
+    scalings[i] = loss.scaling;
     half_cost += loss.half_cost;
   }
+  rows.array().colwise() *= scalings;
   return half_cost;
 }
 
