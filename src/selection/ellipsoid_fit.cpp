@@ -348,7 +348,7 @@ void check_max_ranges(const Vector3& max_ranges) {
 
 }  // namespace
 
-std::unique_ptr<LeastSquaresProblem> create_ellipsoid_fit(
+std::shared_ptr<LeastSquaresProblem> create_ellipsoid_fit(
     const std::vector<Fold>& folds, Covariance::Type cov_type, const Vector3& max_ranges,
     const EllipsoidLBFGSParameters& parameters, PollRef poll) {
   const PartitionSizes sizes{parameters.min_partition_size, parameters.max_partition_size,
@@ -360,7 +360,7 @@ std::unique_ptr<LeastSquaresProblem> create_ellipsoid_fit(
   if (parameters.regularization_const > 0.0) {
     regularization.emplace(max_ranges, parameters.regularization_const, 1);
   }
-  return std::make_unique<EllipsoidFit>(
+  return std::make_shared<EllipsoidFit>(
       draw_partitions(standardised(folds), sizes, parameters.seed, poll), cov_type,
       parameters.cauchy_loss < 1e-10 ? 0.0 : parameters.cauchy_loss, regularization);
 }

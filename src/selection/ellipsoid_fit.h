@@ -38,7 +38,7 @@ struct FittedEllipsoid {
 // The sum of squares that the fit makes small: errors of predictions of one part of a fold from the
 // other, and their mean, for n_partitions random partitions of each fold; and a regularisation of
 // the ranges.
-std::unique_ptr<LeastSquaresProblem> create_ellipsoid_fit(
+std::shared_ptr<LeastSquaresProblem> create_ellipsoid_fit(
     const std::vector<Fold>& folds, Covariance::Type cov_type, const Vector3& max_ranges,
     const EllipsoidLBFGSParameters& parameters, PollRef poll);
 

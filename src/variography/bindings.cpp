@@ -386,8 +386,11 @@ Fit a nested covariance model to semivariances at many lags, by bounded least sq
 The residual of a lag is twice the difference between the model's variogram, 1 - C(lag), and the
 given one over `total_sill`; what is above 1 is brought down to 2 sqrt(|r|) - 1. It is multiplied by
 the weight of the lag. The search starts from equal sills, ranges halfway between their bounds,
-angles of 0 and no nugget; it follows exact derivatives and finds the nearest minimum. As all
-structures start alike and have one type, they stay alike: several of them fit no better than one.
+angles of 0 and no nugget; it follows exact derivatives and finds a minimum nearby. All structures
+start alike, and with several of them there are several minima.
+
+The nugget counts at lags of no length alone. Without one among the lags, of semivariance 0, nothing
+tells the nugget from a sill below the total, and it stays at its least.
 
 Parameters
 ----------

@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::size_t n_structure_parameters = RangeRegularization::parameters_per_structure;
 // Lags that are evaluated together: their columns stay in the nearest caches.
-constexpr std::size_t block_size = 256;
+constexpr std::size_t block_size = 512;
 
 // The lags that take part, by columns.
 struct LagColumns {
@@ -299,14 +299,14 @@ CovarianceModel model_of(const std::vector<double>& parameters, const Covariance
 
 }  // namespace
 
-std::unique_ptr<LeastSquaresProblem> create_covariance_fit(const VariogramMap& map,
+std::shared_ptr<LeastSquaresProblem> create_covariance_fit(const VariogramMap& map,
                                                            const CovarianceFit& fit, PollRef poll) {
   check_arguments(map, fit);
   LagColumns lags = weighted_lags(map, fit, poll);
   if (lags.size() == 0) {
     return nullptr;
   }
-  return std::make_unique<VariogramFit>(std::move(lags), fit);
+  return std::make_shared<VariogramFit>(std::move(lags), fit);
 }
 
 CovarianceModel extract_covariance_from_varmap(const VariogramMap& map, const CovarianceFit& fit) {

@@ -33,7 +33,7 @@ struct CovarianceFit {
 
 // The sum of squares that the fit makes small, as a function of seven parameters for each structure
 // (sill, three ranges, three angles in radians) and the nugget. Null when no lag takes part.
-std::unique_ptr<LeastSquaresProblem> create_covariance_fit(const VariogramMap& map,
+std::shared_ptr<LeastSquaresProblem> create_covariance_fit(const VariogramMap& map,
                                                            const CovarianceFit& fit, PollRef poll);
 
 // Fits a nested covariance model to a map of semivariances by bounded least squares. The result
