@@ -10,6 +10,7 @@
 #include "selection/partitions.h"
 #include "selection/standardisation.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <iostream>
@@ -17,6 +18,7 @@
 #include <numeric>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -101,14 +103,12 @@ class WeightColumns {
 
 // One loop over columns that do not overlap, so that it vectorises.
 template <class Correlation, bool with_slopes>
-[[gnu::noinline]] void weigh(const Matrix3& matrix, double sill, const Vector3& at,
-                             std::size_t n_blocks, const double* __restrict x,
-                             const double* __restrict y, const double* __restrict z,
-                             const double* __restrict least, double* __restrict u1,
-                             double* __restrict u2, double* __restrict u3,
+[[gnu::noinline]] void weigh(const Matrix3& m, double sill, const Vector3& at, std::size_t n_blocks,
+                             const double* __restrict x, const double* __restrict y,
+                             const double* __restrict z, const double* __restrict least,
+                             double* __restrict u1, double* __restrict u2, double* __restrict u3,
                              double* __restrict weights, double* __restrict by_sill,
                              double* __restrict by_squared_lag) {
-  const Matrix3 m = matrix;
   const double at_x = at[0];
   const double at_y = at[1];
   const double at_z = at[2];
@@ -338,10 +338,10 @@ std::vector<FoldPartition> draw_partitions(const std::vector<Fold>& folds,
 void check_max_ranges(const Vector3& max_ranges) {
   for (int a = 0; a < 3; ++a) {
     if (!(max_ranges[a] > 0.0) || !std::isfinite(max_ranges[a])) {
-      throw std::invalid_argument("r" + std::to_string(a + 1) +
-                                  "_max must be above 0 and finite, "
-                                  "or the bounds of the range leave no room, but is " +
-                                  std::to_string(max_ranges[a]));
+      std::ostringstream message;
+      message << 'r' << a + 1 << "_max is " << max_ranges[a]
+              << "; it must be above 0 and finite, or the bounds of the range leave no room";
+      throw std::invalid_argument(message.str());
     }
   }
 }

@@ -59,7 +59,7 @@ Areas cut_areas(const Locations& data_locs, const std::vector<double>& data,
 Vector3 center_of(const Fold& area, bool debug) {
   const Vector3 sum =
       std::accumulate(area.locations.begin(), area.locations.end(), Vector3(Vector3::Zero()));
-  const Vector3 center = sum / static_cast<double>(area.locations.size());
+  Vector3 center = sum / static_cast<double>(area.locations.size());
   if (debug) {
     print_progress(joined("Processing center: ", center[0], ' ', center[1], ' ', center[2], "..."));
   }

@@ -41,14 +41,13 @@ struct LagColumns {
 // Adds the covariances of one structure to the sums and writes their derivatives. One loop over
 // columns that do not overlap, so that it vectorises.
 template <class Correlation>
-[[gnu::noinline]] void add_with_slopes(const MetricSlopes& metric, double sill, std::size_t n,
+[[gnu::noinline]] void add_with_slopes(const MetricSlopes& m, double sill, std::size_t n,
                                        const double* __restrict x, const double* __restrict y,
                                        const double* __restrict z, double* __restrict sums,
                                        double* __restrict by_sill, double* __restrict by_r1,
                                        double* __restrict by_r2, double* __restrict by_r3,
                                        double* __restrict by_a, double* __restrict by_b,
                                        double* __restrict by_c) {
-  const MetricSlopes m = metric;
   for (std::size_t i = 0; i < n; ++i) {
     const double u1 = m.matrix(0, 0) * x[i] + m.matrix(0, 1) * y[i] + m.matrix(0, 2) * z[i];
     const double u2 = m.matrix(1, 0) * x[i] + m.matrix(1, 1) * y[i] + m.matrix(1, 2) * z[i];
@@ -73,10 +72,9 @@ template <class Correlation>
 
 // The sums alone.
 template <class Correlation>
-[[gnu::noinline]] void add(const Matrix3& matrix, double sill, std::size_t n,
-                           const double* __restrict x, const double* __restrict y,
-                           const double* __restrict z, double* __restrict sums) {
-  const Matrix3 m = matrix;
+[[gnu::noinline]] void add(const Matrix3& m, double sill, std::size_t n, const double* __restrict x,
+                           const double* __restrict y, const double* __restrict z,
+                           double* __restrict sums) {
   for (std::size_t i = 0; i < n; ++i) {
     const double u1 = m(0, 0) * x[i] + m(0, 1) * y[i] + m(0, 2) * z[i];
     const double u2 = m(1, 0) * x[i] + m(1, 1) * y[i] + m(1, 2) * z[i];
