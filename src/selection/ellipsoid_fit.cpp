@@ -1,6 +1,7 @@
 #include "selection/ellipsoid_fit.h"
 
 #include "core/arguments.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
 #include "core/random.h"
 #include "core/soft_limit.h"
@@ -315,6 +316,12 @@ std::vector<FoldPartition> draw_partitions(const std::vector<Fold>& folds,
   // partitions of a cross-validation.
   const auto n_sizes = std::max(
       1U, static_cast<std::uint32_t>(sizes.largest) - static_cast<std::uint32_t>(sizes.smallest));
+  double n_data = 0.0;
+  for (const Fold& fold : folds) {
+    n_data += static_cast<double>(fold.values.size() + 2 * n_lanes);
+  }
+  require_memory(std::to_string(sizes.count) + " partitions of each fold",
+                 5.0 * sizeof(double) * n_data * sizes.count);
   std::vector<FoldPartition> partitions;
   std::vector<std::uint32_t> order;
   for (const Fold& fold : folds) {

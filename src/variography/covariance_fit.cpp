@@ -1,6 +1,7 @@
 #include "variography/covariance_fit.h"
 
 #include "core/arguments.h"
+#include "core/memory_limit.h"
 #include "core/parallel.h"
 #include "core/soft_limit.h"
 #include "covariance/correlation.h"
@@ -200,6 +201,11 @@ void check_arguments(const VariogramMap& map, const CovarianceFit& fit) {
   require_equal_lengths("weight", map.weight.size(), "lags", map.lags.size());
   require_positive_count("n_structures", fit.n_structures);
   require_count("n_iterations", fit.n_iterations);
+  // The triangle of the derivatives, and the solver's copies of it.
+  constexpr double n_copies = 6.0;
+  const double n_parameters = 1.0 + n_structure_parameters * static_cast<double>(fit.n_structures);
+  require_memory("a fit of " + std::to_string(fit.n_structures) + " structures",
+                 n_copies * sizeof(double) * n_parameters * n_parameters);
   for (int a = 0; a < 3; ++a) {
     const double lower = fit.min_ranges[a];
     const double upper = fit.max_ranges[a];

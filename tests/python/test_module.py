@@ -127,8 +127,8 @@ LONG_CALLS = {
     "slow callbacks": "t.optimize_covariance([covs], slow, 2**30)",
     "slow callbacks elsewhere": "t.optimize_covariance([covs] * 99, slow_elsewhere, n_threads=2)",
     "a fit of an ellipsoid": (
-        "t.optimize_ellipsoid_using_kfold([(X, z)] * 9, 'gaussian', 1, 1, 1, 1, 0, 500, 900, 9, 999,"
-        "1, 1, False)"
+        "t.optimize_ellipsoid_using_kfold([(X, z)] * 9, 'gaussian', 1, 1, 1, 1, 0, 500, 900, 9,"
+        "999, 1, 1, False)"
     ),
     "fits of ellipsoids": (
         "t.optimize_local_ellipsoids_using_lbfgs(X, z, 'exponential', 900, 90, 200, 900, 400, 1,"
@@ -250,6 +250,15 @@ def test_more_than_memory_holds_is_an_exception():
         talvorix.CartesianGrid((1, 1, 1), (2**20, 2**20, 2**14))
     with pytest.raises(MemoryError):
         talvorix.FIM([[0, 0, 0], [1, 1, 1]], talvorix.Covariance.nugget(1), 1, 2**31 - 1)
+    lags, line, most = np.eye(3), np.ones(3), 2**31 - 1
+    with pytest.raises(MemoryError, match="structures"):
+        talvorix.extract_covariance_from_varmap(
+            lags, line, line, most, "idw", 1, 1, 1, 2, 2, 2, 1, 9, 1, 0, 0, 2, 0, 0, False
+        )
+    with pytest.raises(MemoryError, match="partitions"):
+        talvorix.optimize_ellipsoid_using_kfold(
+            [(lags, line)] * 9, "idw", 1, 1, 1, 1, 0, 1, 2, most, 9, 1, 0, False
+        )
 
 
 @pytest.mark.quick
