@@ -72,12 +72,14 @@ double apply_loss(const ResidualBlock& block, Eigen::Ref<Rows> rows) {
     return loss.half_cost;
   }
   double half_cost = 0.0;
+  Eigen::ArrayXd scalings(rows.rows());
   for (Eigen::Index i = 0; i < rows.rows(); ++i) {
     const double residual = rows(i, last);
     const Loss loss = cauchy(residual * residual, block.cauchy_scale);
-    rows.row(i) *= loss.scaling;
+    scalings[i] = loss.scaling;
     half_cost += loss.half_cost;
   }
+  rows.array().colwise() *= scalings;
   return half_cost;
 }
 
@@ -122,17 +124,24 @@ class ReducedCost final : public ceres::CostFunction {
  private:
   // The cut does not depend on the number of threads, and so neither do the last bits.
   void cut_into_chunks() {
-    constexpr std::size_t at_least = 512;
+    constexpr std::size_t at_least = 256;
     const std::size_t rows_wanted = std::max(at_least, 4 * (n_parameters_ + 1));
     std::size_t first = 0;
     std::size_t n_rows = 0;
     for (std::size_t block = 0; block < blocks_.size(); ++block) {
       n_rows += blocks_[block].n_residuals;
-      if (n_rows >= rows_wanted || (block + 1 == blocks_.size() && n_rows > 0)) {
+      if (n_rows >= rows_wanted) {
         chunks_.push_back({first, block + 1 - first, n_rows});
         first = block + 1;
         n_rows = 0;
       }
+    }
+    if (n_rows > 0 && !chunks_.empty()) {
+      // By itself a small rest would keep a worker waiting for one that has a whole chunk more.
+      chunks_.back().n_blocks += blocks_.size() - first;
+      chunks_.back().n_rows += n_rows;
+    } else if (n_rows > 0) {
+      chunks_.push_back({first, blocks_.size() - first, n_rows});
     }
   }
 

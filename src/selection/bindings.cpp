@@ -5,8 +5,10 @@
 #include "selection/covariance_error.h"
 #include "selection/covariance_search.h"
 #include "selection/cross_validation.h"
+#include "selection/ellipsoid_fit.h"
 #include "selection/ellipsoid_search.h"
 #include "selection/fold.h"
+#include "selection/local_ellipsoids.h"
 
 #include <pybind11/pybind11.h>
 
@@ -734,6 +736,252 @@ ValueError
 )");
 }
 
+void bind_ellipsoid_fit(py::module_& m) {
+  using Parameters = EllipsoidLBFGSParameters;
+  const Parameters defaults;
+  py::class_<Parameters>(m, "EllipsoidLBFGSParameters", R"(
+Settings of `optimize_local_ellipsoids_using_lbfgs`, as fields that can be read and written; see
+`optimize_ellipsoid_using_kfold` for what they mean.
+)")
+      .def(py::init([](double regularization_const, double cauchy_loss, int min_partition_size,
+                       int max_partition_size, int n_partitions, int n_iterations,
+                       std::int64_t seed, int n_threads, bool debug) {
+             return Parameters{regularization_const,
+                               cauchy_loss,
+                               min_partition_size,
+                               max_partition_size,
+                               n_partitions,
+                               n_iterations,
+                               seed,
+                               n_threads,
+                               debug};
+           }),
+           py::arg("regularization_const") = defaults.regularization_const,
+           py::arg("cauchy_loss") = defaults.cauchy_loss,
+           py::arg("min_partition_size") = defaults.min_partition_size,
+           py::arg("max_partition_size") = defaults.max_partition_size,
+           py::arg("n_partitions") = defaults.n_partitions,
+           py::arg("n_iterations") = defaults.n_iterations, py::arg("seed") = defaults.seed,
+           py::arg("n_threads") = defaults.n_threads, py::arg("debug") = defaults.debug,
+           "Make settings.")
+      .def_readwrite("regularization_const", &Parameters::regularization_const,
+                     "Weight of the regularisation of the ranges.")
+      .def_readwrite("cauchy_loss", &Parameters::cauchy_loss,
+                     "Scale of Cauchy's loss; below 1e-10 none.")
+      .def_readwrite("min_partition_size", &Parameters::min_partition_size,
+                     "Smallest number of data that predict the others of a fold.")
+      .def_readwrite("max_partition_size", &Parameters::max_partition_size, "Bound of that number.")
+      .def_readwrite("n_partitions", &Parameters::n_partitions,
+                     "Number of random partitions of each fold.")
+      .def_readwrite("n_iterations", &Parameters::n_iterations, "Largest number of iterations.")
+      .def_readwrite("seed", &Parameters::seed, "Seed of folds and partitions.")
+      .def_readwrite("n_threads", &Parameters::n_threads, "Number of threads; 0 stands for all.")
+      .def_readwrite("debug", &Parameters::debug, "Whether progress is printed.");
+  m.def(
+      "optimize_ellipsoid_using_kfold",
+      [](const std::vector<Fold>& folds, const std::string& cov_type, double r1_max, double r2_max,
+         double r3_max, double regularization_const, double cauchy_loss, int min_partition_size,
+         int max_partition_size, int n_partitions, int n_iterations, std::int64_t seed,
+         int n_threads, bool debug) {
+        const FittedEllipsoid fitted = optimize_ellipsoid_using_kfold(
+            folds, parse_covariance_type(cov_type), Vector3(r1_max, r2_max, r3_max),
+            {regularization_const, cauchy_loss, min_partition_size, max_partition_size,
+             n_partitions, n_iterations, seed, n_threads, debug});
+        return std::pair(fitted.ellipsoid,
+                         std::vector<double>(fitted.parameters.begin(), fitted.parameters.end()));
+      },
+      py::arg("folds"), py::arg("cov_type"), py::arg("r1_max"), py::arg("r2_max"),
+      py::arg("r3_max"), py::arg("regularization_const"), py::arg("cauchy_loss"),
+      py::arg("min_partition_size"), py::arg("max_partition_size"), py::arg("n_partitions"),
+      py::arg("n_iterations"), py::arg("seed"), py::arg("n_threads"), py::arg("debug"), R"(
+Fit the ellipsoid in whose metric inverse distances predict the data of folds best, by bounded least
+squares.
+
+Every fold is cut at random, `n_partitions` times, into data that predict and data that are
+predicted. A datum whose covariance with the predicted one is c has the weight (1 - c)^-3, where c
+is the sill times the correlation. The errors of the predictions, twice as large and those above 1
+brought down to 2 sqrt(|r|) - 1, are the residuals, and so is twice their mean for each partition.
+The search starts from a sill of 0.5, half the largest ranges and angles of 0; it follows exact
+derivatives and finds the nearest minimum.
+
+Parameters
+----------
+folds : list of tuple of (locations, values)
+    As `create_folds` makes them. Values are standardised, all folds together. Folds of fewer than
+    three data are left out.
+cov_type : str
+    "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+    metric to be found.
+r1_max, r2_max, r3_max : float
+    Largest ranges; the smallest are 0.001 of them.
+regularization_const : float
+    Weight c of three more residuals, c / (1 + t^2) with t = (range - largest) / largest, and of a
+    faint one that draws the sill to 1. 0 or less leaves them out.
+cauchy_loss : float
+    Scale of Cauchy's loss of each partition, which lets those that fit badly count less; below
+    1e-10 there is none.
+min_partition_size, max_partition_size : int
+    The number of data that predict is drawn from the first up to, but not including, the second.
+    In a fold of no more data than that, all but two predict.
+n_partitions : int
+    Number of random partitions of each fold.
+n_iterations : int
+    Largest number of iterations.
+seed : int
+n_threads : int
+    Number of threads; 0 stands for all. The result does not depend on it.
+debug : bool
+    Whether the solver's progress is printed on standard output and its report on standard error.
+
+Returns
+-------
+tuple of (Ellipsoid, list of float)
+    The ellipsoid, with its axes in order, and what was fitted: the sill, the ranges r1, r2 and r3
+    and three angles a, b and c in radians, such that azimuth = 90 - a, dip = -b and rake = c in
+    degrees. Where the fit cannot start, as for equal values, it is the start.
+
+Raises
+------
+ValueError
+    When there are no folds, the lists of a fold are not equally long, a location or a value is not
+    finite, a largest range is not above 0, a count is negative or `max_partition_size` is below
+    `min_partition_size`.
+
+Notes
+-----
+An iteration costs one covariance for each pair of a datum that predicts and one that is predicted,
+and about twice that for the derivatives.
+
+References
+----------
+Levenberg, K. (1944). A method for the solution of certain non-linear problems in least squares.
+Quarterly of Applied Mathematics 2, 164-168.
+Marquardt, D. W. (1963). An algorithm for least-squares estimation of nonlinear parameters. Journal
+of the Society for Industrial and Applied Mathematics 11, 431-441.
+)");
+}
+
+void bind_local_ellipsoids(py::module_& m) {
+  m.def(
+      "optimize_local_ellipsoids",
+      [](const Locations& data_locs, const std::vector<double>& data, const Kernel& cov_kernel,
+         double min_range, double max_range, int n_centers, double center_max_size, int center_size,
+         const EllipsoidOptimizationParameters& ellipsoid_opt_params) {
+        return optimize_local_ellipsoids(data_locs, data, cov_kernel, min_range, max_range,
+                                         {n_centers, center_max_size, center_size},
+                                         ellipsoid_opt_params);
+      },
+      py::arg("data_locs"), py::arg("data"), py::arg("cov_kernel"), py::arg("min_range"),
+      py::arg("max_range"), py::arg("n_centers"), py::arg("center_max_size"),
+      py::arg("center_size"),
+      py::arg_v("ellipsoid_opt_params", EllipsoidOptimizationParameters(),
+                "EllipsoidOptimizationParameters()"),
+      py::call_guard<py::gil_scoped_release>(), R"(
+Search for an ellipsoid of its own in each of several areas of the data, by random search.
+
+The areas are folds as `create_folds` makes them, around the highest value and others of the upper
+half. In each of them `optimize_ellipsoid_using_idw` searches.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+cov_kernel : Kernel
+min_range, max_range : float
+    Shortest and longest ranges to try, in parts of the diagonal of an area's bounding box. The
+    diagonal is also the `max_distance` of the search.
+n_centers : int
+    Number of areas. Below 1 all data are one.
+center_max_size : float
+    How far an area reaches from its centre: this many times the diagonal of all data over
+    `n_centers`.
+center_size : int
+    Largest number of data in an area; below 1, and at n or more, all within reach.
+ellipsoid_opt_params : EllipsoidOptimizationParameters, optional
+    All other settings. Its `n_centers` and `max_nei_size` are those of the folds within an area.
+    With `debug`, progress is printed on standard output and on standard error.
+
+Returns
+-------
+LocalCovariances
+    For each area the mean of its locations, a model of one structure with sill 1 and its error.
+    Depends on the number of threads, as `optimize_ellipsoid_using_idw` does.
+
+Raises
+------
+ValueError
+    As for `optimize_ellipsoid_using_idw`, or when there are no data.
+
+Notes
+-----
+The areas are searched one after the other; the cost is that of so many searches.
+)");
+  m.def(
+      "optimize_local_ellipsoids_using_lbfgs",
+      [](const Locations& data_locs, const std::vector<double>& data, const std::string& cov_type,
+         int n_centers, int n_local_centers, double center_max_size, int center_size,
+         int local_center_size, double max_local_range,
+         const EllipsoidLBFGSParameters& ellipsoid_opt_params) {
+        return optimize_local_ellipsoids_using_lbfgs(
+            data_locs, data, parse_covariance_type(cov_type),
+            {n_centers, center_max_size, center_size},
+            {n_local_centers, local_center_size, max_local_range}, ellipsoid_opt_params);
+      },
+      py::arg("data_locs"), py::arg("data"), py::arg("cov_type"), py::arg("n_centers"),
+      py::arg("n_local_centers"), py::arg("center_max_size"), py::arg("center_size"),
+      py::arg("local_center_size"), py::arg("max_local_range"), py::arg("ellipsoid_opt_params"),
+      py::call_guard<py::gil_scoped_release>(), R"(
+Fit an ellipsoid of its own in each of several areas of the data, by bounded least squares.
+
+The areas are folds as `create_folds` makes them, and each is cut into folds again, to which
+`optimize_ellipsoid_using_kfold` fits. Its `regularization_const` is that of the settings times
+their `n_partitions` and the number of folds. The error of an ellipsoid is that of
+`compute_ellipsoid_error_idw` on all areas, with the power 3 and the radius of an area as the
+`max_distance`.
+
+Parameters
+----------
+data_locs : list of numpy.ndarray, or array of shape (n, 3)
+data : list of float, or array of shape (n,)
+cov_type : str
+    "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+    metric to be found.
+n_centers : int
+    Number of areas. Below 1 all data are one.
+n_local_centers : int
+    Number of folds of an area.
+center_max_size : float
+    How far an area, or a fold of it, reaches from its centre: this many times the diagonal of all
+    data over `n_centers`.
+center_size, local_center_size : int
+    Largest number of data in an area and in a fold of it; below 1, and at their number or more, all
+    within reach.
+max_local_range : float
+    Largest range, in the units of the coordinates.
+ellipsoid_opt_params : EllipsoidLBFGSParameters
+    All other settings. With `debug`, progress is printed on standard output and on standard error.
+
+Returns
+-------
+LocalCovariances
+    For each area the mean of its locations, a model of one structure with sill 1 and its error. The
+    errors add up to 1. The ellipsoids do not depend on the number of threads; the errors do, as
+    those of `compute_ellipsoid_error_idw`.
+
+Raises
+------
+ValueError
+    When `data_locs` and `data` are not equally many, there are none or one is not finite,
+    `max_local_range` is not above 0, a count is negative or `max_partition_size` is below
+    `min_partition_size`.
+
+Notes
+-----
+The areas are fitted one after the other, and each is scored on all: fits cost in proportion to
+`n_centers`, scoring to its square.
+)");
+}
+
 }  // namespace
 
 void register_kfold_module(py::module_& m) {
@@ -745,6 +993,8 @@ void register_optimization_module(py::module_& m) {
   bind_error_function(m);
   bind_errors(m);
   bind_searches(m);
+  bind_ellipsoid_fit(m);
+  bind_local_ellipsoids(m);
 }
 
 }  // namespace talvorix::python

@@ -1,6 +1,7 @@
 #include "module/conversions.h"
 #include "module/registration.h"
 #include "spatial/ellipsoid.h"
+#include "variography/covariance_fit.h"
 #include "variography/exp_variogram_search.h"
 #include "variography/experimental_variogram.h"
 #include "variography/map_variogram.h"
@@ -10,8 +11,10 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace py = pybind11;
 
@@ -358,6 +361,100 @@ ValueError
 )");
 }
 
+void bind_covariance_fit(py::module_& m) {
+  m.def(
+      "extract_covariance_from_varmap",
+      [](Locations lags, std::vector<double> variogram, std::vector<double> weight,
+         int n_structures, const std::string& cov_kernel, double min_r1, double min_r2,
+         double min_r3, double max_r1, double max_r2, double max_r3, double total_sill,
+         int n_iterations, double b, double cauchy_loss, double regularization_const,
+         double threshold, std::int64_t /*seed*/, int n_threads, bool debug) {
+        return extract_covariance_from_varmap(
+            {std::move(lags), std::move(variogram), std::move(weight)},
+            {n_structures, parse_covariance_type(cov_kernel), Vector3(min_r1, min_r2, min_r3),
+             Vector3(max_r1, max_r2, max_r3), total_sill, n_iterations, b, cauchy_loss,
+             regularization_const, threshold, n_threads, debug});
+      },
+      py::arg("lags"), py::arg("variogram"), py::arg("weight"), py::arg("n_structures"),
+      py::arg("cov_kernel"), py::arg("min_r1"), py::arg("min_r2"), py::arg("min_r3"),
+      py::arg("max_r1"), py::arg("max_r2"), py::arg("max_r3"), py::arg("total_sill"),
+      py::arg("n_iterations"), py::arg("b"), py::arg("cauchy_loss"),
+      py::arg("regularization_const"), py::arg("threshold"), py::arg("seed"), py::arg("n_threads"),
+      py::arg("debug") = true, py::call_guard<py::gil_scoped_release>(), R"(
+Fit a nested covariance model to semivariances at many lags, by bounded least squares.
+
+The residual of a lag is twice the difference between the model's variogram, 1 - C(lag), and the
+given one over `total_sill`; what is above 1 is brought down to 2 sqrt(|r|) - 1. It is multiplied by
+the weight of the lag. The search starts from equal sills, ranges halfway between their bounds,
+angles of 0 and no nugget; it follows exact derivatives and finds a minimum nearby. All structures
+start alike, and with several of them there are several minima.
+
+The nugget counts at lags of no length alone. Without one among the lags, of semivariance 0, nothing
+tells the nugget from a sill below the total, and it stays at its least.
+
+Parameters
+----------
+lags : list of numpy.ndarray, or array of shape (n, 3)
+variogram : list of float, or array of shape (n,)
+    Semivariances. Those that are not finite take no part.
+weight : list of float, or array of shape (n,)
+    For example numbers of pairs. Each is multiplied by (|lag| / (D / 3) + 0.0001)^-b, with D the
+    length of (`max_r1`, `max_r2`, `max_r3`), and divided by the mean of all these products.
+n_structures : int
+    Number of structures besides the nugget.
+cov_kernel : str
+    "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+    ranges to be found.
+min_r1, min_r2, min_r3, max_r1, max_r2, max_r3 : float
+    Bounds of the ranges, the same for every structure.
+total_sill : float
+    Total sill of the result.
+n_iterations : int
+    Largest number of iterations.
+b : float
+    How much more near lags count.
+cauchy_loss : float
+    Scale of Cauchy's loss of each residual, which lets lags that fit badly count less; below 1e-10
+    there is none.
+regularization_const : float
+    Weight c of three more residuals for each structure, c / (1 + t^2) over `n_structures` with
+    t = (range - largest) / largest, and of a faint one that draws its sill to 1. 0 or less leaves
+    them out.
+threshold : float
+    Semivariances above `total_sill` times this take no part.
+seed : int
+    Has no effect.
+n_threads : int
+    Number of threads; 0 stands for all. The result does not depend on it.
+debug : bool, default True
+    Whether the solver's progress and its report are printed on standard output.
+
+Returns
+-------
+list of Covariance
+    The structures, with r1, r2 and r3 in the order of their bounds, and last a nugget. The sills
+    add up to `total_sill`. When no lag takes part, or the fit cannot start, it is the start.
+
+Raises
+------
+ValueError
+    When the lists are not equally long, a lag or a weight is not finite, a lower bound is not below
+    its upper one, `n_structures` is below 1 or `n_iterations` negative.
+
+Notes
+-----
+An iteration costs as many covariances with derivatives as there are lags times structures, and a
+share that grows with the lags times the square of the structures.
+
+References
+----------
+Levenberg, K. (1944). A method for the solution of certain non-linear problems in least squares.
+Quarterly of Applied Mathematics 2, 164-168.
+Marquardt, D. W. (1963). An algorithm for least-squares estimation of nonlinear parameters. Journal
+of the Society for Industrial and Applied Mathematics 11, 431-441.
+)");
+}
+
 }  // namespace
 
 void register_variogram_module(py::module_& m) {
@@ -366,6 +463,7 @@ void register_variogram_module(py::module_& m) {
   bind_exp_variogram_search(m);
   bind_map_variogram(m);
   bind_variogram_smoothing(m);
+  bind_covariance_fit(m);
 }
 
 }  // namespace talvorix::python

@@ -126,6 +126,19 @@ LONG_CALLS = {
     "a search that keeps the interpreter": "t.optimize_covariance([covs], of_idw(), 2**30)",
     "slow callbacks": "t.optimize_covariance([covs], slow, 2**30)",
     "slow callbacks elsewhere": "t.optimize_covariance([covs] * 99, slow_elsewhere, n_threads=2)",
+    "a fit of an ellipsoid": (
+        "t.optimize_ellipsoid_using_kfold([(X, z)] * 9, 'gaussian', 1, 1, 1, 1, 0, 500, 900, 9,"
+        "999, 1, 1, False)"
+    ),
+    "fits of ellipsoids": (
+        "t.optimize_local_ellipsoids_using_lbfgs(X, z, 'exponential', 900, 90, 200, 900, 400, 1,"
+        "t.EllipsoidLBFGSParameters())"
+    ),
+    "local ellipsoids": "t.optimize_local_ellipsoids(X, z, t.Kernel.gaussian, 0.1, 1, 9, 9, 900)",
+    "a fit of a model": (
+        "t.extract_covariance_from_varmap(many, np.sin(9e5 * many[:, 0]), np.ones(len(many)), 9,"
+        "'gaussian', 0.1, 0.1, 0.1, 1, 1, 1, 1, 9999, 0.5, 0, 0, 2, 0, 0, False)"
+    ),
     "turning bands": "t.TBSIM(X, covs, 1, 2**20)",
     "a field of turning bands": "t.TBSIM(X, covs, 1, 5000).simulate(many)",
     "a field of Fourier integrals": "t.FIM([[0, 0, 0], [1, 1, 1]], covs, 1, 500)",
@@ -237,6 +250,15 @@ def test_more_than_memory_holds_is_an_exception():
         talvorix.CartesianGrid((1, 1, 1), (2**20, 2**20, 2**14))
     with pytest.raises(MemoryError):
         talvorix.FIM([[0, 0, 0], [1, 1, 1]], talvorix.Covariance.nugget(1), 1, 2**31 - 1)
+    lags, line, most = np.eye(3), np.ones(3), 2**31 - 1
+    with pytest.raises(MemoryError, match="structures"):
+        talvorix.extract_covariance_from_varmap(
+            lags, line, line, most, "idw", 1, 1, 1, 2, 2, 2, 1, 9, 1, 0, 0, 2, 0, 0, False
+        )
+    with pytest.raises(MemoryError, match="partitions"):
+        talvorix.optimize_ellipsoid_using_kfold(
+            [(lags, line)] * 9, "idw", 1, 1, 1, 1, 0, 1, 2, most, 9, 1, 0, False
+        )
 
 
 @pytest.mark.quick
@@ -275,6 +297,7 @@ def test_objects_made_without_their_constructor_are_refused():
         lambda: raw(talvorix.CovarianceErrorFunction)([]),
         lambda: talvorix.optimize_covariance([[]], raw(talvorix.CovarianceErrorFunction)),
         lambda: raw(talvorix.EllipsoidOptimizationParameters).seed,
+        lambda: raw(talvorix.EllipsoidLBFGSParameters).seed,
         lambda: raw(talvorix.SimulatorGenerator)(1),
         lambda: raw(talvorix.SimulatorFactory)([], 1),
         lambda: talvorix.SimulatorGenerator.Pool([raw(talvorix.SpatialFunction)]),
