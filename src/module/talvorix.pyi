@@ -1656,6 +1656,80 @@ class EllipsoidOptimizationParameters:
     @tol.setter
     def tol(self, arg0: _Real) -> None: ...
 
+class EllipsoidLBFGSParameters:
+    """Settings of `optimize_local_ellipsoids_using_lbfgs`, as fields that can be read and written; see
+    `optimize_ellipsoid_using_kfold` for what they mean.
+    """
+
+    def __init__(
+        self,
+        regularization_const: _Real = 1.0,
+        cauchy_loss: _Real = 0.0,
+        min_partition_size: _Integer = 15,
+        max_partition_size: _Integer = 30,
+        n_partitions: _Integer = 7,
+        n_iterations: _Integer = 1000,
+        seed: _Integer = 123151,
+        n_threads: _Integer = 0,
+        debug: bool = False,
+    ) -> None:
+        """Make settings."""
+
+    @property
+    def cauchy_loss(self) -> float:
+        """Scale of Cauchy's loss; below 1e-10 none."""
+
+    @cauchy_loss.setter
+    def cauchy_loss(self, arg0: _Real) -> None: ...
+    @property
+    def debug(self) -> bool:
+        """Whether progress is printed."""
+
+    @debug.setter
+    def debug(self, arg0: bool) -> None: ...
+    @property
+    def max_partition_size(self) -> int:
+        """Bound of that number."""
+
+    @max_partition_size.setter
+    def max_partition_size(self, arg0: _Integer) -> None: ...
+    @property
+    def min_partition_size(self) -> int:
+        """Smallest number of data that predict the others of a fold."""
+
+    @min_partition_size.setter
+    def min_partition_size(self, arg0: _Integer) -> None: ...
+    @property
+    def n_iterations(self) -> int:
+        """Largest number of iterations."""
+
+    @n_iterations.setter
+    def n_iterations(self, arg0: _Integer) -> None: ...
+    @property
+    def n_partitions(self) -> int:
+        """Number of random partitions of each fold."""
+
+    @n_partitions.setter
+    def n_partitions(self, arg0: _Integer) -> None: ...
+    @property
+    def n_threads(self) -> int:
+        """Number of threads; 0 stands for all."""
+
+    @n_threads.setter
+    def n_threads(self, arg0: _Integer) -> None: ...
+    @property
+    def regularization_const(self) -> float:
+        """Weight of the regularisation of the ranges."""
+
+    @regularization_const.setter
+    def regularization_const(self, arg0: _Real) -> None: ...
+    @property
+    def seed(self) -> int:
+        """Seed of folds and partitions."""
+
+    @seed.setter
+    def seed(self, arg0: _Integer) -> None: ...
+
 class Projection:
     """A smooth map of numbers: the mean of the weights of some centres, each counted by a kernel of its
     distance times its beta. Everywhere the map lies between the smallest and the largest weight.
@@ -1958,7 +2032,9 @@ class PPMT:
             How probable a random rotation is, at every step but the first.
         iso_params : IsomorphismParameters
             How the maps of the axes are fitted. Left out, the way forward has the exponential kernel and
-            the way back the spherical one.
+            the way back the spherical one. That one ends at a distance, and so the way back may have gaps,
+            where samples come out as NaN; `IsomorphismParameters()` has the exponential kernel both ways
+            and no gaps.
         n_threads : int, default 0
             Number of threads; 0 stands for all. The result does not depend on it.
         seed : int, default 123154
@@ -2688,6 +2764,8 @@ def compute_simple_kriging(
 def compute_svd_decomposition(A: _Table, is_surface: bool = False) -> tuple:
     """Decompose a matrix by its singular values: A = U diag(s) V^T.
 
+    Of each column of V, the first entry that is at least half as large as its largest is positive.
+
     Parameters
     ----------
     A : numpy.ndarray, shape (m, n)
@@ -3231,6 +3309,101 @@ def exponential_distribution(__lambda: _Real) -> Distribution:
     Returns
     -------
     Distribution
+    """
+
+def extract_covariance_from_varmap(
+    lags: _Locations,
+    variogram: _Values,
+    weight: _Values,
+    n_structures: _Integer,
+    cov_kernel: str,
+    min_r1: _Real,
+    min_r2: _Real,
+    min_r3: _Real,
+    max_r1: _Real,
+    max_r2: _Real,
+    max_r3: _Real,
+    total_sill: _Real,
+    n_iterations: _Integer,
+    b: _Real,
+    cauchy_loss: _Real,
+    regularization_const: _Real,
+    threshold: _Real,
+    seed: _Integer,
+    n_threads: _Integer,
+    debug: bool = True,
+) -> list[Covariance]:
+    """Fit a nested covariance model to semivariances at many lags, by bounded least squares.
+
+    The residual of a lag is twice the difference between the model's variogram, 1 - C(lag), and the
+    given one over `total_sill`; what is above 1 is brought down to 2 sqrt(|r|) - 1. It is multiplied by
+    the weight of the lag. The search starts from equal sills, ranges halfway between their bounds,
+    angles of 0 and no nugget; it follows exact derivatives and finds a minimum nearby. All structures
+    start alike, and with several of them there are several minima.
+
+    The nugget counts at lags of no length alone. Without one among the lags, of semivariance 0, nothing
+    tells the nugget from a sill below the total, and it stays at its least.
+
+    Parameters
+    ----------
+    lags : list of numpy.ndarray, or array of shape (n, 3)
+    variogram : list of float, or array of shape (n,)
+        Semivariances. Those that are not finite take no part.
+    weight : list of float, or array of shape (n,)
+        For example numbers of pairs. Each is multiplied by (|lag| / (D / 3) + 0.0001)^-b, with D the
+        length of (`max_r1`, `max_r2`, `max_r3`), and divided by the mean of all these products.
+    n_structures : int
+        Number of structures besides the nugget.
+    cov_kernel : str
+        "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+        ranges to be found.
+    min_r1, min_r2, min_r3, max_r1, max_r2, max_r3 : float
+        Bounds of the ranges, the same for every structure.
+    total_sill : float
+        Total sill of the result.
+    n_iterations : int
+        Largest number of iterations.
+    b : float
+        How much more near lags count.
+    cauchy_loss : float
+        Scale of Cauchy's loss of each residual, which lets lags that fit badly count less; below 1e-10
+        there is none.
+    regularization_const : float
+        Weight c of three more residuals for each structure, c / (1 + t^2) over `n_structures` with
+        t = (range - largest) / largest, and of a faint one that draws its sill to 1. 0 or less leaves
+        them out.
+    threshold : float
+        Semivariances above `total_sill` times this take no part.
+    seed : int
+        Has no effect.
+    n_threads : int
+        Number of threads; 0 stands for all. The result does not depend on it.
+    debug : bool, default True
+        Whether the solver's progress and its report are printed on standard output.
+
+    Returns
+    -------
+    list of Covariance
+        The structures, with r1, r2 and r3 in the order of their bounds, and last a nugget. The sills
+        add up to `total_sill`. When no lag takes part, or the fit cannot start, it is the start.
+
+    Raises
+    ------
+    ValueError
+        When the lists are not equally long, a lag or a weight is not finite, a lower bound is not below
+        its upper one, `n_structures` is below 1 or `n_iterations` negative.
+
+    Notes
+    -----
+    An iteration costs as many covariances with derivatives as there are lags times structures, and a
+    share that grows with the lags times the square of the structures.
+
+    References
+    ----------
+    Levenberg, K. (1944). A method for the solution of certain non-linear problems in least squares.
+    Quarterly of Applied Mathematics 2, 164-168.
+    Marquardt, D. W. (1963). An algorithm for least-squares estimation of nonlinear parameters. Journal
+    of the Society for Industrial and Applied Mathematics 11, 431-441.
     """
 
 def extract_ellipsoid_info(T: _Matrix) -> EllipsoidInfo:
@@ -3928,6 +4101,88 @@ def optimize_ellipsoid_using_idw(
         `max_partition_size` is below `min_partition_size`.
     """
 
+def optimize_ellipsoid_using_kfold(
+    folds: Sequence[tuple[_Locations, _Values]],
+    cov_type: str,
+    r1_max: _Real,
+    r2_max: _Real,
+    r3_max: _Real,
+    regularization_const: _Real,
+    cauchy_loss: _Real,
+    min_partition_size: _Integer,
+    max_partition_size: _Integer,
+    n_partitions: _Integer,
+    n_iterations: _Integer,
+    seed: _Integer,
+    n_threads: _Integer,
+    debug: bool,
+) -> tuple[Ellipsoid, list[float]]:
+    """Fit the ellipsoid in whose metric inverse distances predict the data of folds best, by bounded least
+    squares.
+
+    Every fold is cut at random, `n_partitions` times, into data that predict and data that are
+    predicted. A datum whose covariance with the predicted one is c has the weight (1 - c)^-3, where c
+    is the sill times the correlation. The errors of the predictions, twice as large and those above 1
+    brought down to 2 sqrt(|r|) - 1, are the residuals, and so is twice their mean for each partition.
+    The search starts from a sill of 0.5, half the largest ranges and angles of 0; it follows exact
+    derivatives and finds the nearest minimum.
+
+    Parameters
+    ----------
+    folds : list of tuple of (locations, values)
+        As `create_folds` makes them. Values are standardised, all folds together. Folds of fewer than
+        three data are left out.
+    cov_type : str
+        "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+        metric to be found.
+    r1_max, r2_max, r3_max : float
+        Largest ranges; the smallest are 0.001 of them.
+    regularization_const : float
+        Weight c of three more residuals, c / (1 + t^2) with t = (range - largest) / largest, and of a
+        faint one that draws the sill to 1. 0 or less leaves them out.
+    cauchy_loss : float
+        Scale of Cauchy's loss of each partition, which lets those that fit badly count less; below
+        1e-10 there is none.
+    min_partition_size, max_partition_size : int
+        The number of data that predict is drawn from the first up to, but not including, the second.
+        In a fold of no more data than that, all but two predict.
+    n_partitions : int
+        Number of random partitions of each fold.
+    n_iterations : int
+        Largest number of iterations.
+    seed : int
+    n_threads : int
+        Number of threads; 0 stands for all. The result does not depend on it.
+    debug : bool
+        Whether the solver's progress is printed on standard output and its report on standard error.
+
+    Returns
+    -------
+    tuple of (Ellipsoid, list of float)
+        The ellipsoid, with its axes in order, and what was fitted: the sill, the ranges r1, r2 and r3
+        and three angles a, b and c in radians, such that azimuth = 90 - a, dip = -b and rake = c in
+        degrees. Where the fit cannot start, as for equal values, it is the start.
+
+    Raises
+    ------
+    ValueError
+        When there are no folds, the lists of a fold are not equally long, a location or a value is not
+        finite, a largest range is not above 0, a count is negative or `max_partition_size` is below
+        `min_partition_size`.
+
+    Notes
+    -----
+    An iteration costs one covariance for each pair of a datum that predicts and one that is predicted,
+    and about twice that for the derivatives.
+
+    References
+    ----------
+    Levenberg, K. (1944). A method for the solution of certain non-linear problems in least squares.
+    Quarterly of Applied Mathematics 2, 164-168.
+    Marquardt, D. W. (1963). An algorithm for least-squares estimation of nonlinear parameters. Journal
+    of the Society for Industrial and Applied Mathematics 11, 431-441.
+    """
+
 @overload
 def optimize_isomorphism(
     source: _Values,
@@ -3994,6 +4249,119 @@ def optimize_isomorphism(
 def optimize_isomorphism(
     source_data: _Values, target_data: _Values, iso_params: IsomorphismParameters = ...
 ) -> Isomorphism: ...
+def optimize_local_ellipsoids(
+    data_locs: _Locations,
+    data: _Values,
+    cov_kernel: Kernel,
+    min_range: _Real,
+    max_range: _Real,
+    n_centers: _Integer,
+    center_max_size: _Real,
+    center_size: _Integer,
+    ellipsoid_opt_params: EllipsoidOptimizationParameters = ...,
+) -> LocalCovariances:
+    """Search for an ellipsoid of its own in each of several areas of the data, by random search.
+
+    The areas are folds as `create_folds` makes them, around the highest value and others of the upper
+    half. In each of them `optimize_ellipsoid_using_idw` searches.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    cov_kernel : Kernel
+    min_range, max_range : float
+        Shortest and longest ranges to try, in parts of the diagonal of an area's bounding box. The
+        diagonal is also the `max_distance` of the search.
+    n_centers : int
+        Number of areas. Below 1 all data are one.
+    center_max_size : float
+        How far an area reaches from its centre: this many times the diagonal of all data over
+        `n_centers`.
+    center_size : int
+        Largest number of data in an area; below 1, and at n or more, all within reach.
+    ellipsoid_opt_params : EllipsoidOptimizationParameters, optional
+        All other settings. Its `n_centers` and `max_nei_size` are those of the folds within an area.
+        With `debug`, progress is printed on standard output and on standard error.
+
+    Returns
+    -------
+    LocalCovariances
+        For each area the mean of its locations, a model of one structure with sill 1 and its error.
+        Depends on the number of threads, as `optimize_ellipsoid_using_idw` does.
+
+    Raises
+    ------
+    ValueError
+        As for `optimize_ellipsoid_using_idw`, or when there are no data.
+
+    Notes
+    -----
+    The areas are searched one after the other; the cost is that of so many searches.
+    """
+
+def optimize_local_ellipsoids_using_lbfgs(
+    data_locs: _Locations,
+    data: _Values,
+    cov_type: str,
+    n_centers: _Integer,
+    n_local_centers: _Integer,
+    center_max_size: _Real,
+    center_size: _Integer,
+    local_center_size: _Integer,
+    max_local_range: _Real,
+    ellipsoid_opt_params: EllipsoidLBFGSParameters,
+) -> LocalCovariances:
+    """Fit an ellipsoid of its own in each of several areas of the data, by bounded least squares.
+
+    The areas are folds as `create_folds` makes them, and each is cut into folds again, to which
+    `optimize_ellipsoid_using_kfold` fits. Its `regularization_const` is that of the settings times
+    their `n_partitions` and the number of folds. The error of an ellipsoid is that of
+    `compute_ellipsoid_error_idw` on all areas, with the power 3 and the radius of an area as the
+    `max_distance`.
+
+    Parameters
+    ----------
+    data_locs : list of numpy.ndarray, or array of shape (n, 3)
+    data : list of float, or array of shape (n,)
+    cov_type : str
+        "spherical", "gaussian", "exponential" or "idw"; any other text is a nugget, which has no
+        metric to be found.
+    n_centers : int
+        Number of areas. Below 1 all data are one.
+    n_local_centers : int
+        Number of folds of an area.
+    center_max_size : float
+        How far an area, or a fold of it, reaches from its centre: this many times the diagonal of all
+        data over `n_centers`.
+    center_size, local_center_size : int
+        Largest number of data in an area and in a fold of it; below 1, and at their number or more, all
+        within reach.
+    max_local_range : float
+        Largest range, in the units of the coordinates.
+    ellipsoid_opt_params : EllipsoidLBFGSParameters
+        All other settings. With `debug`, progress is printed on standard output and on standard error.
+
+    Returns
+    -------
+    LocalCovariances
+        For each area the mean of its locations, a model of one structure with sill 1 and its error. The
+        errors add up to 1. The ellipsoids do not depend on the number of threads; the errors do, as
+        those of `compute_ellipsoid_error_idw`.
+
+    Raises
+    ------
+    ValueError
+        When `data_locs` and `data` are not equally many, there are none or one is not finite,
+        `max_local_range` is not above 0, a count is negative or `max_partition_size` is below
+        `min_partition_size`.
+
+    Notes
+    -----
+    The areas are fitted one after the other, and each is scored on all: fits cost in proportion to
+    `n_centers`, scoring to its square.
+    """
+
 def optimize_projection(
     source: _Values,
     target: _Values,
