@@ -64,9 +64,9 @@ IsomorphismFitter::IsomorphismFitter(std::vector<double> source_data,
                                      const IsomorphismParameters& iso_params)
     : source_(std::move(source_data)), target_(std::move(target_data)) {
   check(iso_params);
-  require_equal_lengths("target_data", target_.size(), "source_data", source_.size());
   const Interval source = range_of("source_data", source_);
   const Interval target = range_of("target_data", target_);
+  require_equal_lengths("target_data", target_.size(), "source_data", source_.size());
   const Interval values = widened(target, iso_params.weight_tol);
   const Interval places = widened(source, iso_params.center_tol);
   const auto beta_per = [&](double span) {

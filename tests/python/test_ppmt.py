@@ -153,7 +153,7 @@ def test_steps(rest):
 def test_scores_are_normal_and_independent():
     data, unseen = banana(600), banana(500, 2)
     settings = record(n_centers_forward=12, n_centers_backward=14, n_partitions=10, n_iterations=40)
-    scores = talvorix.PPMT(data, 3, iso_params=settings, n_threads=1, seed=1, n_bins=80)
+    scores = talvorix.PPMT(data, 3, iso_params=settings, n_threads=1, seed=1, n_bins=250)
 
     def dependence(of):
         pairs = [of, np.abs(of)]
@@ -166,7 +166,7 @@ def test_scores_are_normal_and_independent():
         assert dependence(original - original.mean(0)) > 0.7
         assert dependence(result) < 2 * off and abs(np.corrcoef(result.T)[0, 1]) < 2 * off
     error = np.abs(scores.backward(of_unseen, 1) - unseen) / data.std(0)
-    assert np.median(error) < 0.03 and np.quantile(error, 0.9) < 0.6
+    assert np.median(error) < 0.06 and np.quantile(error, 0.9) < 0.35
     # Beyond the data by a span, and normal scores that no datum has.
     low, high = data.min(0), data.max(0)
     beyond = [2 * low - high, 2 * high - low, [low[0], 2 * high[1]]]
