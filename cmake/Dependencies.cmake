@@ -15,6 +15,26 @@ require_package(Eigen3 libeigen3-dev VERSION 3.4)
 require_package(nanoflann libnanoflann-dev)
 require_package(Ceres libceres-dev VERSION 2.1)
 
+# The minimiser stays a shared library, even where its package would rather be linked in. It brings
+# code of Eigen's that was compiled for other vector units than ours; inside one library the linker
+# keeps a single copy of each function, and the two disagree on how memory is aligned.
+add_library(shared_ceres INTERFACE)
+get_target_property(ceres_type Ceres::ceres TYPE)
+if(ceres_type STREQUAL "STATIC_LIBRARY")
+  find_library(CERES_SHARED_LIBRARY NAMES libceres.so libceres.dylib)
+  if(NOT CERES_SHARED_LIBRARY)
+    message(FATAL_ERROR "Ceres was found as a static library alone; a shared one is needed. On "
+      "Debian and Ubuntu: apt-get install libceres-dev")
+  endif()
+  target_include_directories(shared_ceres SYSTEM INTERFACE
+    $<TARGET_PROPERTY:Ceres::ceres,INTERFACE_INCLUDE_DIRECTORIES>)
+  target_compile_definitions(shared_ceres INTERFACE
+    $<TARGET_PROPERTY:Ceres::ceres,INTERFACE_COMPILE_DEFINITIONS>)
+  target_link_libraries(shared_ceres INTERFACE "${CERES_SHARED_LIBRARY}" glog::glog)
+else()
+  target_link_libraries(shared_ceres INTERFACE Ceres::ceres)
+endif()
+
 find_path(FFTW3_INCLUDE_DIR fftw3.h)
 find_library(FFTW3_LIBRARY fftw3)
 find_library(FFTW3_THREADS_LIBRARY fftw3_threads)
