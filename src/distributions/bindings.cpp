@@ -11,6 +11,8 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -594,7 +596,7 @@ ValueError
       [](const Eigen::MatrixXd& A, bool is_surface) {
         InterruptPoller poll;
         const SvdDecomposition svd = compute_svd_decomposition(A, is_surface, poll);
-        return py::make_tuple(to_array(svd.u), vector_to_array(svd.s), to_array(svd.v));
+        return std::tuple(to_array(svd.u), vector_to_array(svd.s), to_array(svd.v));
       },
       py::arg("A"), py::arg("is_surface") = false, R"(
 Decompose a matrix by its singular values: A = U diag(s) V^T.
@@ -623,8 +625,8 @@ ValueError
       [](const Eigen::MatrixXd& A, bool is_surface) {
         InterruptPoller poll;
         const OptimumRotation optimum = compute_optimum_rotation(A, is_surface, poll);
-        return py::make_tuple(to_array(optimum.rotation), to_array(optimum.inverse),
-                              to_array(optimum.u), vector_to_array(optimum.s));
+        return std::tuple(to_array(optimum.rotation), to_array(optimum.inverse),
+                          to_array(optimum.u), vector_to_array(optimum.s));
       },
       py::arg("A"), py::arg("is_surface") = false, R"(
 Find the rotation that turns the rows of a matrix to their principal axes.

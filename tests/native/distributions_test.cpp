@@ -2,6 +2,7 @@
 #include "core/parallel.h"
 #include "core/radix_sort.h"
 #include "distributions/distribution_transform.h"
+#include "distributions/ppmt.h"
 
 #include <gtest/gtest.h>
 
@@ -152,6 +153,29 @@ TEST(CDF, ListsAreReadAsSingleValuesAre) {
       }
     }
   }
+}
+
+TEST(PPMT, DoesNotDependOnTheThreads) {
+  RandomEngine rng(3);
+  StandardNormal normal;
+  Eigen::MatrixXd data(400, 3);
+  for (Eigen::Index i = 0; i < data.rows(); ++i) {
+    const double x = normal(rng);
+    data.row(i) << std::exp(x), x * x + 0.3 * normal(rng), x + normal(rng);
+  }
+  PpmtSettings settings;
+  settings.n_steps = 2;
+  settings.n_bins = 60;
+  settings.iso_params.n_iterations = 5;
+  settings.iso_params.kernel_backward = Covariance::Type::exponential;
+  testing::internal::CaptureStdout();
+  settings.n_threads = 1;
+  const PPMT alone(data, settings);
+  settings.n_threads = 2;
+  const PPMT together(data, settings);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(alone.forward(data, 1), together.forward(data, 2));
+  EXPECT_EQ(alone.backward(data, 2), together.backward(data, 1));
 }
 
 }  // namespace
