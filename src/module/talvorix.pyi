@@ -2638,7 +2638,9 @@ def compute_exp_variogram(
         When `data_locs` and `data_values` are not equally many or a count is negative.
     """
 
-def compute_optimum_rotation(A: _Table, is_surface: bool = False) -> tuple:
+def compute_optimum_rotation(
+    A: _Table, is_surface: bool = False
+) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
     """Find the rotation that turns the rows of a matrix to their principal axes.
 
     Parameters
@@ -2761,7 +2763,9 @@ def compute_simple_kriging(
     chapter 3.
     """
 
-def compute_svd_decomposition(A: _Table, is_surface: bool = False) -> tuple:
+def compute_svd_decomposition(
+    A: _Table, is_surface: bool = False
+) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
     """Decompose a matrix by its singular values: A = U diag(s) V^T.
 
     Of each column of V, the first entry that is at least half as large as its largest is positive.
