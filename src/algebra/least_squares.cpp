@@ -1,8 +1,8 @@
 #include "algebra/least_squares.h"
 
 #include "algebra/search_guard.h"
+#include "core/crew.h"
 #include "core/memory_limit.h"
-#include "core/parallel.h"
 #include "core/watched_call.h"
 
 #include <ceres/ceres.h>
@@ -103,6 +103,9 @@ class ReducedCost final : public ceres::CostFunction {
   }
 
   bool is_empty() const { return chunks_.empty(); }
+  std::size_t n_chunks() const { return chunks_.size(); }
+  // Who evaluates from now on; null for the calling thread alone.
+  void set_crew(Crew* crew) { crew_ = crew; }
   // At the point of the last evaluation; with a loss it is not half the sum of the squares.
   double half_cost() const { return half_cost_; }
 
@@ -190,14 +193,15 @@ class ReducedCost final : public ceres::CostFunction {
     problem_->prepare(parameters, with_jacobian);
     reduced.resize(chunks_.size());
     std::vector<double> half_costs(chunks_.size());
-    if (n_threads_ == 1) {
+    const auto evaluate_one = [&](std::size_t c, PollRef poll) {
+      half_costs[c] = evaluate_chunk(chunks_[c], parameters, with_jacobian, reduced[c], poll);
+    };
+    if (crew_ == nullptr) {
       for (std::size_t c = 0; c < chunks_.size(); ++c) {
-        half_costs[c] = evaluate_chunk(chunks_[c], parameters, with_jacobian, reduced[c], poll_);
+        evaluate_one(c, poll_);
       }
     } else {
-      parallel_for(chunks_.size(), n_threads_, [&](Worker& worker, std::size_t c) {
-        half_costs[c] = evaluate_chunk(chunks_[c], parameters, with_jacobian, reduced[c], worker);
-      });
+      crew_->share(chunks_.size(), evaluate_one, poll_);
     }
     return std::accumulate(half_costs.begin(), half_costs.end(), 0.0);
   }
@@ -267,6 +271,7 @@ class ReducedCost final : public ceres::CostFunction {
   int n_threads_;
   SearchGuard& guard_;
   PollRef poll_;
+  Crew* crew_ = nullptr;
   mutable double half_cost_ = 0.0;
   mutable std::array<Evaluation, 2> latest_;
 };
@@ -310,6 +315,9 @@ class Run {
       return;
     }
     auto loss = std::make_unique<KnownCost>(*cost);
+    cost_ = cost.get();
+    n_threads_ =
+        static_cast<int>(std::min(static_cast<std::size_t>(options.n_threads), cost_->n_chunks()));
     problem_.AddResidualBlock(cost.release(), loss.release(), found_.data());
     for (std::size_t i = 0; i < bounds.size(); ++i) {
       problem_.SetParameterLowerBound(found_.data(), static_cast<int>(i), bounds[i].lower);
@@ -326,7 +334,11 @@ class Run {
 
   void solve() {
     const QuietLog quiet;
-    ceres::Solve(options_, &problem_, &summary_);
+    Crew::with(n_threads_, [this](Crew& crew) {
+      cost_->set_crew(n_threads_ > 1 ? &crew : nullptr);
+      ceres::Solve(options_, &problem_, &summary_);
+      cost_->set_crew(nullptr);
+    });
   }
 
   // The summary; throws what evaluation threw.
@@ -340,6 +352,8 @@ class Run {
   std::vector<double> found_;
   SearchGuard guard_;
   StopWhenFailed stop_when_failed_{guard_};
+  ReducedCost* cost_ = nullptr;  // the problem's
+  int n_threads_ = 1;
   ceres::Problem problem_;
   ceres::Solver::Options options_;
   ceres::Solver::Summary summary_;

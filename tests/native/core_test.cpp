@@ -1,3 +1,4 @@
+#include "core/crew.h"
 #include "core/parallel.h"
 #include "core/random.h"
 
@@ -247,6 +248,38 @@ TEST(Random, NormalsFollowThePolarMethod) {
   }
   // A coordinate of exactly 0 is drawn again.
   expect_normals(engine_giving({0U, 1U << 31, 0U, 3U << 29, 0U, 3U << 29, 0U, 5U << 28}), 3);
+}
+
+TEST(Crew, SharesEveryPieceAndCarriesFailuresToItsLeader) {
+  for (const int n_threads : {1, 2, 4}) {
+    std::vector<int> times_done(100, 0);
+    int n_failures = 0;
+    Crew::with(n_threads, [&](Crew& crew) {
+      InterruptPoller poll;
+      for (int job = 0; job < 500; ++job) {
+        crew.share(
+            times_done.size(), [&](std::size_t i, PollRef) { ++times_done[i]; }, poll);
+      }
+      try {
+        crew.share(
+            50,
+            [](std::size_t i, PollRef) {
+              if (i >= 20) {
+                throw std::out_of_range("no such piece");
+              }
+            },
+            poll);
+      } catch (const std::out_of_range&) {
+        ++n_failures;
+      }
+      crew.share(
+          times_done.size(), [&](std::size_t i, PollRef) { ++times_done[i]; }, poll);
+    });
+    EXPECT_EQ(n_failures, 1);
+    EXPECT_EQ(times_done, std::vector<int>(100, 501));
+    EXPECT_THROW(Crew::with(n_threads, [](Crew&) { throw std::out_of_range("the leader"); }),
+                 std::out_of_range);
+  }
 }
 
 }  // namespace
