@@ -23,7 +23,7 @@ import json
 import math
 import sys
 import time
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 import matplotlib.pyplot as plt
@@ -82,7 +82,7 @@ OWN_GRID = {"origin": [0, 0, 40], "cells": [37, 30, 19], "size": [20, 20, 20]}
 SPREAD = 0.5
 
 # Cells of the lattice and blocks, beside the spacing of the holes and the length of a composite.
-LATTICE_SHARE, MOST_LATTICE_CELLS = np.array([1 / 4, 1 / 4, 1]), 600_000
+LATTICE_SHARE, MOST_LATTICE_CELLS = np.array([1 / 4, 1 / 4, 1]), 2_000_000
 BLOCK_SHARE, MOST_BLOCKS = np.array([1 / 4, 1 / 4, 2]), 40_000
 DIRECTIONS, LAGS, SMOOTH_LAGS = 1000, 60, 60
 # How far around a lag the map and its entries are averaged, in diagonals of a cell.
@@ -95,6 +95,7 @@ VALIDATION_NEIGHBORS, VALIDATION_POWER = 200, 2.0
 # The estimates contain the Lagrange multiplier, which goes with the sill; the weights do not depend
 # on it. With tiny sills it is out of the estimates.
 TINY = 1e-6
+KRIGING = "kriging: "
 CONE, LAG_CLASSES, FEW_PAIRS = 25.0, 14, 30
 
 HELP = """\
@@ -102,25 +103,28 @@ variogram map:
   The samples are put into the cells of a lattice, and Fourier transforms give the semivariances of
   all lags between cells at once. --lattice is the size of a cell. By default it is a quarter of the
   mean spacing of the holes across, and the median distance between samples of a hole in height,
-  enlarged where these make more than 600,000 cells. Lags end at half the samples' box. Those so
-  short that their average would include lag 0, where the semivariance is 0, are left out.
+  enlarged where these make more than 2 million cells, which take about 500 MB. Lags end at half
+  the samples' box. Those so short that their average would include lag 0, where the semivariance
+  is 0, are left out.
 
 fit:
   Semivariances at a few ten thousand lags in all directions are fitted at once: sills, ranges,
   angles and nugget. Lags count by their pairs, lags above twice the variance do not count, and
-  ranges are bound by half the longest side of the box and the size of a cell. Two models are
-  fitted: one to the values, for cross-validation and the estimate, and one to their normal scores,
-  for the simulation. The sills add up to the variance of the samples, so that what
-  varies over distances longer than the box is missing from them.
+  ranges are bound by half the longest side of the box and the size of a cell. The sills add up to
+  the variance of the samples, so that what varies over distances longer than the box is missing.
+  Two models are fitted: one to the values and one to their normal scores. The simulation takes the
+  latter, the estimate the one that cross-validation explains more with: where a few high values
+  make most of the variance, the variogram of the values is erratic.
+  Cells that are wide beside the ranges lift the nugget. Look at what a smaller --lattice changes.
   With --structures above 1 all start alike and often remain so. Look at what they add.
 
 cross-validation:
   Every sample is estimated 15 times, each time from a random subset, of 10 to 40 samples, of the
-  199 nearest others. The first inverse distance is isotropic, the second in the metric of the
-  fitted model. Both take the power 2.
+  199 nearest others. The first inverse distance is isotropic, the second in the metric of the model
+  of the scores; both take the power 2.
 
 estimate and simulation:
-  The search ellipsoid has the ranges of the longest structure of the values. Realisations are by
+  The search ellipsoid has the ranges of the model's longest structure. Realisations are by
   turning bands, as simulate_deposit.py makes them: see its --help. Turning bands are true to
   spherical and gaussian structures and not quite to exponential ones.
 """
@@ -334,8 +338,15 @@ def scaled(model, factor):
 # Cross-validation --------------------------------------------------------------------------------
 
 
-def validate(composites, model, seed, n_threads):
-    """Cross-validate kriging with a model, and inverse distances without and with its metric.
+def validate(composites, models, seed, n_threads):
+    """Cross-validate kriging with some models, and inverse distances without and with a metric.
+
+    Parameters
+    ----------
+    composites : Composites
+    models : dict of str to list of talvorix.Covariance
+        The metric is that of the last one.
+    seed, n_threads : int
 
     Returns
     -------
@@ -345,7 +356,7 @@ def validate(composites, model, seed, n_threads):
     reach = 2 * float(np.linalg.norm(np.ptp(locations, axis=0)))
     # The covariance of a range far beyond the box falls like a straight line, so that inverse
     # covariances are inverse distances.
-    longest = longest_structure(model)
+    longest = longest_structure([*models.values()][-1])
     metric = np.asarray(longest.matrix()) * longest.info().r3()
     linear = [
         [talvorix.Covariance.spherical(1.0, talvorix.Ellipsoid(matrix / (100 * reach)))]
@@ -360,11 +371,14 @@ def validate(composites, model, seed, n_threads):
     inverse = {"power_a": VALIDATION_POWER} | common
     data = locations, values
     errors = {
-        "ordinary kriging": talvorix.kfold_cross_validation_using_ok(
-            *data, scaled(model, TINY), **common
-        ),
+        **{
+            f"{KRIGING}{name}": talvorix.kfold_cross_validation_using_ok(
+                *data, scaled(model, TINY), **common
+            )
+            for name, model in models.items()
+        },
         "inverse distance": talvorix.kfold_cross_validation_using_idw(*data, linear[0], **inverse),
-        "fitted metric": talvorix.kfold_cross_validation_using_idw(*data, linear[1], **inverse),
+        "in fitted metric": talvorix.kfold_cross_validation_using_idw(*data, linear[1], **inverse),
     }
     return {name: gather(values, np.asarray(found)) for name, found in errors.items()}
 
@@ -590,12 +604,20 @@ def run(options):
     samples = samples_in_reach(composites, job)
     normal = to_normal_scores(samples, job.search)
     score_lags, score_model = analyse(samples.locations, normal.scores, own, n_threads)
+    analyses = {
+        "values": (lags, model, float(values.var())),
+        "scores": (score_lags, score_model, float(normal.scores.var())),
+    }
     shape = " x ".join(f"{side:.4g}" for side in own["lattice"])
     print(f"lattice cells of {shape}; {len(lags.pairs):,} lags fitted")
-    models = {"values": model, "scores": score_model} | ({"known": known} if known else {})
-    print_models(models)
-    validations = validate(composites, model, own["seed"], n_threads)
+    models = {name: row[1] for name, row in analyses.items()}
+    print_models(models | ({"known": known} if known else {}))
+    validations = validate(composites, models, own["seed"], n_threads)
     print_validations(validations)
+    best = max(models, key=lambda name: validations[KRIGING + name].explained)
+    print(f"the estimate takes the model of the {best}")
+    job.model = scaled(models[best], float(values.var()) / analyses[best][2])
+    job.search = longest_structure(job.model)
 
     centres = np.asarray(grid)
     reach, _ = plan_search(centres, samples, job.search, limits, n_threads)
@@ -604,7 +626,7 @@ def run(options):
         raise InputError(
             f"min_samples: no block has {limits['min_samples']} samples within the fitted ranges"
         )
-    plain = Job(columns, scaled(model, TINY), job.search, limits, grid, [], 0.0, None)
+    plain = replace(job, model=scaled(job.model, TINY))
     estimates, _ = estimate("ordinary", cells.centres, reach[reach > 0], samples, plain, n_threads)
     simulation = Simulation(
         model=scale_model(score_model),
@@ -628,12 +650,8 @@ def run(options):
     axes = {f"{k}_centres": along for k, along in zip("xyz", axes_of(grid), strict=True)}
     np.savez_compressed(folder / "workflow.npz", realisations=realisations, **cubes, **axes)
     write_model(folder / "model.toml", job, settings)
-    analyses = {
-        "values": (lags, model, float(values.var())),
-        "scores": (score_lags, score_model, float(normal.scores.var())),
-    }
     cubes["realisation"] = realisations[0]
-    kriging = validations["ordinary kriging"]
+    kriging = validations[KRIGING + best]
     draw(folder / "workflow.png", job, samples, analyses, kriging, cubes)
     seconds = time.perf_counter() - start
     print(f"\nwritten in {seconds:.0f} s: {folder / 'workflow.npz'}, model.toml, workflow.png")

@@ -21,6 +21,8 @@ SIMULATION = SCRIPT.with_name("simulate_deposit.py")
 CUSTOM = SCRIPT.with_name("fit_custom_model.py")
 FACIES = SCRIPT.with_name("simulate_facies.py")
 MULTIVARIATE = SCRIPT.with_name("multivariate.py")
+WORKFLOW = SCRIPT.with_name("workflow.py")
+LOCAL = SCRIPT.with_name("local_anisotropy.py")
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -537,3 +539,97 @@ def test_missing_table_fails_as_a_command(tmp_path):
     done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False)
     assert done.returncode == 2
     assert "no.csv: cannot be read" in done.stderr and "Traceback" not in done.stderr
+
+
+def test_workflow_finds_its_known_model_and_hands_it_on(tmp_path, monkeypatch):
+    coarse = ["--cells", "19 15 10", "--size", "40 40 38", "--realisations", 4]
+    printed = run_script("--out", tmp_path, *coarse, "--threads", 2, script=WORKFLOW)
+    found = re.search(r"scores and known: ranges by (.*); (\d+)° .* (\d+)° between", printed)
+    assert [float(ratio) for ratio in found[1].split()] == pytest.approx([1, 1, 1], abs=0.35)
+    assert int(found[2]) < 15 and int(found[3]) < 25
+    rows = re.findall(r"^(kriging: scores|inverse distance) .* (\S+)%$", printed, re.MULTILINE)
+    assert float(rows[0][1]) > float(rows[1][1]) + 2
+    result = np.load(tmp_path / "workflow.npz")
+    at, inside = [result[f"{axis}_centres"] for axis in "xyz"], np.isfinite(result["estimate"])
+    assert [len(axis) for axis in at] == [19, 15, 10] and inside.mean() > 0.8
+    # Realisations scatter about what kriging says, and less where samples are near.
+    mean, spread = result["mean"][inside], result["std"][inside]
+    assert np.corrcoef(mean, result["estimate"][inside])[0, 1] > 0.75
+    table = np.genfromtxt(tmp_path / "composites.csv", delimiter=",", names=True)
+    places = np.column_stack([table[axis] for axis in "xyz"])
+    centres = np.stack(np.meshgrid(*at, indexing="ij"), axis=-1)[inside]
+    distances = np.min([np.linalg.norm(centres - place, axis=1) for place in places], axis=0)
+    assert spread[distances < 8].mean() < 0.9 * spread[distances > 25].mean()
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    jobs = importlib.import_module(SCRIPT.stem)
+    job = jobs.read_job(jobs.read_settings(tmp_path / "model.toml"))
+    assert sum(part.sill for part in job.model) == pytest.approx(table["grade"].var(), rel=1e-3)
+    assert matplotlib.image.imread(tmp_path / "workflow.png").std() > 0.05
+
+
+def test_workflow_maps_a_plane_wave_and_fits_an_exact_variogram(tmp_path, monkeypatch, capsys):
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script, size = importlib.import_module(WORKFLOW.stem), np.array([9.0, 6.0, 2.0])
+    places = np.random.default_rng(3).permutation(list(np.ndindex(24, 24, 24)))[:6000] * size
+    wave = 2 * np.pi / 40 * np.ravel(talvorix.Direction(30, -70)) * [0.6, 0.6, 1]
+    lags = script.map_variogram(places, np.sqrt(2) * np.cos(places @ wave), size, 0)
+    off = lags.semivariances - (1 - np.cos(lags.vectors @ wave))
+    assert np.sqrt(np.average(off**2, weights=lags.pairs)) < 0.1 and len(off) > 5000
+    # Noise has its variance at the shortest lags as well: nothing of lag 0 may get into them.
+    noise = script.map_variogram(places, np.random.default_rng(4).standard_normal(6000), size, 0)
+    near = np.linalg.norm(noise.vectors / size, axis=1) < 2
+    assert near.sum() > 100 and noise.semivariances[near].mean() == pytest.approx(1, abs=0.03)
+    ellipsoid = talvorix.Ellipsoid(90, 50, 20, 70, -25, 40)
+    model = [talvorix.Covariance.nugget(0.9), talvorix.Covariance.exponential(2.1, ellipsoid)]
+    exact = np.array(talvorix.variogram_computer(model, 3.0).simulate(lags.vectors))
+    own = {"structures": 1, "kernel": "exponential", "seed": 1}
+    exact = script.Lags(lags.vectors, exact, lags.pairs)
+    part, nugget = script.fit_model(exact, 3.0, np.full(3, 200.0), size, own, 0)
+    np.testing.assert_allclose(
+        part.ellipsoid.matrix().T @ part.ellipsoid.matrix(),
+        ellipsoid.matrix().T @ ellipsoid.matrix(),
+        atol=1e-5,
+    )
+    assert [part.sill, nugget.sill] == pytest.approx([2.1, 0.9], rel=1e-2)
+
+    monkeypatch.chdir(tmp_path)
+    Path("table.csv").write_text("\n".join([HEADER, *ROWS, *ROWS]) + "\n")
+    for option, expected in (
+        ("--kernel=cubic", ["kernel", "spherical", "'cubic'"]),
+        ("--lattice=1e-3 1 1e-3", ["lattice", "at most 20,000,000", "it takes"]),
+        ("--structures=0", ["structures", "at least 1", "got 0"]),
+        ("--hole=BHID", ["no column 'BHID' for --hole"]),
+    ):
+        assert script.main(["table.csv", option]) == 2
+        message = capsys.readouterr().err
+        assert [piece for piece in expected if piece not in message] == []
+        assert not Path("out").exists()
+
+
+def test_local_ellipsoids_follow_a_fold_and_predict_better(tmp_path, monkeypatch, capsys):
+    printed = run_script("--out", tmp_path, "--quick", "--threads", 2, script=LOCAL)
+    assert int(re.search(r"off by (\d+)°", printed)[1]) < 22
+    rows = re.findall(r"^(ensemble|global|true dips) +\S+ +(\S+) +\S+$", printed, re.MULTILINE)
+    errors = [float(error) for _, error in rows]
+    for ensemble, one, true in (errors[:3], errors[3:]):
+        assert true < ensemble < 0.95 * one
+    assert matplotlib.image.imread(tmp_path / "local_anisotropy.png").std() > 0.05
+
+    monkeypatch.syspath_prepend(SCRIPT.parent)
+    script = importlib.import_module(LOCAL.stem)
+    x = np.linspace(0, 800, 4001)
+    layer = np.column_stack([x, np.full(len(x), 7), script.fold(x)])
+    flat = script.unfold(layer)
+    np.testing.assert_allclose(flat[:, 1:] - [7, 0], 0, atol=1e-9)
+    steps = [np.linalg.norm(np.diff(line, axis=0), axis=1) for line in (flat, layer)]
+    np.testing.assert_allclose(*steps, rtol=1e-4)
+    ellipsoid = talvorix.Ellipsoid(90, 50, 20, 70, -25, 40)
+    axes = script.section_axes(ellipsoid)
+    turn = np.linspace(0, 6, 9)
+    right, up = axes @ [np.cos(turn), np.sin(turn)]
+    cut = np.column_stack([right, np.zeros(9), up]) @ np.asarray(ellipsoid.matrix()).T
+    np.testing.assert_allclose(np.linalg.norm(cut, axis=1), 1)
+    assert abs(axes[:, 0] @ axes[:, 1]) < 1e-9 and np.linalg.norm(axes, axis=0)[0] > 20
+    assert script.section_dip(talvorix.Ellipsoid(*script.RANGES, 90, 33, 0)) == pytest.approx(33)
+    assert script.main([f"--out={tmp_path / 'no'}", "--folds=1"]) == 2
+    assert "folds: expected a whole number of at least 2, got 1" in capsys.readouterr().err
