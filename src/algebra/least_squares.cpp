@@ -127,8 +127,15 @@ class ReducedCost final : public ceres::CostFunction {
  private:
   // The cut does not depend on the number of threads, and so neither do the last bits.
   void cut_into_chunks() {
+    // Pieces enough for many threads, but no more: one thread puts all their triangles together.
     constexpr std::size_t at_least = 256;
-    const std::size_t rows_wanted = std::max(at_least, 4 * (n_parameters_ + 1));
+    constexpr std::size_t at_most = 32;
+    std::size_t all_rows = 0;
+    for (const ResidualBlock& block : blocks_) {
+      all_rows += block.n_residuals;
+    }
+    const std::size_t rows_wanted =
+        std::max({at_least, 4 * (n_parameters_ + 1), all_rows / at_most});
     std::size_t first = 0;
     std::size_t n_rows = 0;
     for (std::size_t block = 0; block < blocks_.size(); ++block) {
