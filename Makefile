@@ -16,6 +16,7 @@ export MPLBACKEND := Agg
 BIN := .venv/bin
 SETUP_STAMP := .venv/.setup
 BUILD_STAMP := .venv/.built
+DOCS_STAMP := .venv/.docs
 # The environment's cmake and ninja, before any older ones of the system.
 TOOLS := PATH="$(CURDIR)/$(BIN):$$PATH"
 JOBS := $(shell nproc 2>/dev/null || echo 2)
@@ -35,7 +36,7 @@ CPP_FILES = $(shell find $(CPP_FOLDERS) -name '*.cpp' -o -name '*.h')
 TIDY_FILES = $(shell find src -name '*.cpp')
 
 .PHONY: help setup build demo test test-native test-python format format-check lint tidy \
-	sanitize sanitize-asan sanitize-tsan stubs bench clean distclean FORCE
+	sanitize sanitize-asan sanitize-tsan stubs docs bench clean distclean FORCE
 
 help: ## Say what each target does
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | \
@@ -117,11 +118,22 @@ sanitize-tsan: $(SETUP_STAMP) ## The parallel native tests under the thread sani
 stubs: $(BUILD_STAMP) ## Write the type stubs anew from the built module
 	$(BIN)/python tools/make_stubs.py
 
+docs: $(BUILD_STAMP) $(DOCS_STAMP) ## Build the documentation site, which runs the examples
+	$(BIN)/sphinx-build -W --keep-going -q -b html -d build/docs/doctrees docs build/docs/html
+	@echo "The site: build/docs/html/index.html"
+
+$(DOCS_STAMP): scripts/requirements-docs.txt $(SETUP_STAMP)
+	@echo "installing the Python packages of $<"
+	@$(BIN)/python -m pip install --quiet --no-input --disable-pip-version-check -r $< </dev/null || { \
+		echo "docs: the site needs these packages in .venv, and pip could not install them:" >&2; \
+		grep -v '^#' $< >&2; exit 1; }
+	@touch $@
+
 bench: $(BUILD_STAMP) ## Run a script of benchmarks/ (BENCH names it, BENCH_ARGS are passed on)
 	$(BIN)/python benchmarks/$(BENCH).py $(BENCH_ARGS)
 
 clean: ## Remove what was built, but not .venv
-	rm -rf build dist $(DEMO_OUT) .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)
+	rm -rf build dist $(DEMO_OUT) docs/reference docs/gallery docs/drawn .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)
 	find src tests examples tools benchmarks docs -name __pycache__ -prune -exec rm -rf {} + \
 		2>/dev/null || true
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draw docs/images/angles.png, the angle conventions, from the axes talvorix itself reports."""
+"""Draw the angle conventions, as docs/images/angles.png, from the axes talvorix itself reports."""
 
 from pathlib import Path
 
@@ -47,7 +47,7 @@ def towards(vector, right, up):
     return np.array([vector @ right, vector @ up])
 
 
-def main():
+def main(path=Path(__file__).parent / "images" / "angles.png"):
     """Draw the three views and save the picture."""
     east, north, up = np.eye(3)
     level = unit_axes(AZIMUTH, 0, 0)[0]
@@ -86,7 +86,8 @@ def main():
     for panel in panels:
         panel.set(xlim=(-1.3, 1.3), ylim=(-0.8, 1.2), aspect="equal")
         panel.axis("off")
-    figure.savefig(Path(__file__).parent / "images" / "angles.png", dpi=110)
+    figure.savefig(path, dpi=110)
+    plt.close(figure)
 
 
 if __name__ == "__main__":
