@@ -20,9 +20,13 @@ extensions = [
     "sphinx_design",
     "site_hooks",
 ]
+# CONTRIBUTING.md stands below the title of another page, without its own.
+suppress_warnings = ["myst.header"]
 exclude_patterns = ["gallery/*.ipynb", "gallery/*.md5", "images"]
 # Single backticks of docstrings name things of the module, and arguments, which stay as they are.
 default_role = "py:obj"
+# Two hyphens are an option of a script.
+smartquotes = False
 add_module_names = False
 python_use_unqualified_type_names = True
 toc_object_entries_show_parents = "hide"
