@@ -46,6 +46,16 @@ def reach(known, family):
     return set().union(*({other} | reach(known, other) for other in known[family]))
 
 
+def route(x, y, u, v):
+    """Return the bend and the ends of an arrow that keeps clear of the rooms in between."""
+    if y - v < 1.5 * GAP:
+        return 0, (x, y - HEIGHT / 2), (u, v + HEIGHT / 2)
+    side = 1 if u > 0 else -1
+    if x * u > 0:
+        return -0.22 * side, (x + side * WIDTH / 2, y), (u + side * WIDTH / 2, v)
+    return 0, (x + side * WIDTH / 2, y), (u - side * WIDTH / 2, v)
+
+
 def main(path):
     """Draw the house and save the picture."""
     known = read_includes()
@@ -96,10 +106,11 @@ def main(path):
         panel.text(x, y, family, ha="center", va="center", zorder=4, fontsize=11)
     for family, others in shown.items():
         for other in sorted(others):
-            (x, y), (u, v) = places[family], places[other]
-            u = x if levels[other] == 0 else u
+            bow, start, end = route(*places[family], *places[other])
+            if levels[other] == 0:
+                end = start[0], HEIGHT / 2
             look = {"arrowstyle": "-|>", "color": "0.35", "lw": 1.1, "shrinkA": 0, "shrinkB": 0}
-            start, end = (x, y - HEIGHT / 2), (u, v + HEIGHT / 2)
+            look["connectionstyle"] = f"arc3,rad={bow}"
             panel.annotate("", end, start, arrowprops=look, zorder=2)
     panel.set(xlim=(-half - 0.2, half + 0.2), ylim=(-0.6, roof + 1.3 * GAP), aspect="equal")
     panel.axis("off")
