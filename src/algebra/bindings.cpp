@@ -7,21 +7,83 @@
 #include "module/callback_lock.h"
 #include "module/conversions.h"
 #include "module/implicit_conversion.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 
 #include <pybind11/pybind11.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace py = pybind11;
 
 namespace talvorix::python {
+
+// A dual number as its value and derivatives.
+template <>
+struct Packed<Jet> {
+  static constexpr std::size_t size = 1 + Jet::DIMENSION;
+  static void write(const Jet& jet, double* numbers) {
+    numbers[0] = jet.a;
+    std::copy_n(jet.v.data(), Jet::DIMENSION, numbers + 1);
+  }
+  static Jet read(const double* numbers) {
+    Jet jet(numbers[0]);
+    std::copy_n(numbers + 1, Jet::DIMENSION, jet.v.data());
+    return jet;
+  }
+  static py::object pack(const Jet& jet) {
+    std::array<double, size> numbers;
+    write(jet, numbers.data());
+    return py::tuple(py::cast(numbers));
+  }
+  static Jet unpack(py::handle item) { return read(item.cast<std::array<double, size>>().data()); }
+};
+
+template <>
+struct Packed<std::vector<Jet>> {
+  static constexpr std::size_t width = Packed<Jet>::size;
+  static py::object pack(const std::vector<Jet>& jets) {
+    py::array_t<double> array(
+        {static_cast<py::ssize_t>(jets.size()), static_cast<py::ssize_t>(width)});
+    double* numbers = array.mutable_data();
+    for (const Jet& jet : jets) {
+      Packed<Jet>::write(jet, numbers);
+      numbers += width;
+    }
+    return array;
+  }
+  static std::vector<Jet> unpack(py::handle item) {
+    const auto array = array_of_state<double>(item, 2);
+    require_state(array.shape(1) == static_cast<py::ssize_t>(width),
+                  "a dual number has not its number of derivatives");
+    std::vector<Jet> jets(static_cast<std::size_t>(array.shape(0)));
+    const double* numbers = array.data();
+    for (Jet& jet : jets) {
+      jet = Packed<Jet>::read(numbers);
+      numbers += width;
+    }
+    return jets;
+  }
+};
+
+template <class T>
+struct Packed<JetList<T>> {
+  static py::object pack(const JetList<T>& list) {
+    return Packed<std::vector<T>>::pack(list.values());
+  }
+  static JetList<T> unpack(py::handle item) {
+    return JetList<T>(Packed<std::vector<T>>::unpack(item));
+  }
+};
 
 namespace {
 
@@ -98,6 +160,9 @@ value : float
 )");
   define_arithmetic<double>(real);
   real.def("__float__", [](const Real& self) { return self.value; });
+  define_value(
+      real, [](const Real& self) { return std::tie(self.value); },
+      [](double value) { return Real{value}; }, Hashing::none);
   convert_implicitly<Real>(is_number);
 }
 
@@ -126,6 +191,9 @@ value : float
             return std::vector<double>(self.v.data(), self.v.data() + self.v.size());
           },
           "The seven derivatives.");
+  define_value(
+      jet, [](const Jet& self) { return std::tie(self); }, [](const Jet& self) { return self; },
+      Hashing::none);
 }
 
 std::size_t element_index(std::ptrdiff_t i, std::size_t size) {
@@ -202,6 +270,9 @@ float or Jet
            [](const Vector& self, std::ptrdiff_t i) { return self[element_index(i, self.size())]; })
       .def("__iter__", [](const Vector& self) { return py::iter(py::cast(self.values())); });
   leave_operators_of_numpy(vector);
+  define_value(
+      vector, [](const Vector& self) { return std::tie(self); }, [](Vector self) { return self; },
+      Hashing::none);
 }
 
 template <class T>
@@ -288,6 +359,9 @@ float or Jet
         return py::iter(rows);
       });
   leave_operators_of_numpy(matrix);
+  define_value(
+      matrix, [](const Matrix& self) { return std::tie(self.rows()); },
+      [](typename Matrix::Rows rows) { return Matrix(std::move(rows)); }, Hashing::none);
 }
 
 template <class T>
@@ -344,6 +418,7 @@ class AstModule {
   using Kernel = ast::Kernel<T>;
   using Function = ast::Function<T>;
   using Handle = std::shared_ptr<Expression>;
+  using Shape = ast::Shape;
 
   // All classes come before what mentions them.
   explicit AstModule(py::module_& m)
@@ -383,6 +458,8 @@ A formula with an ordered list of arguments, made by `Scalar` or `Vector`.
     define_variables();
     define_functions();
     define_adaptors();
+    define_pickling_of_nodes();
+    define_pickling_of_adaptors();
   }
 
  private:
@@ -743,6 +820,133 @@ Parameters
 cost : Function
 )");
     bind_adaptor<T>(scalar_cost_, &Function::scalar_function, scalar_doc);
+  }
+
+  // What a node yields, and its cells: they can be read before the node is evaluated again.
+  using Cells = std::tuple<int, T, Vector>;
+
+  static Cells cells_of(const Expression& node) {
+    return {static_cast<int>(node.shape()), node.scalar(), node.list()};
+  }
+  static Shape shape_of(int number) {
+    require_state(
+        number == static_cast<int>(Shape::list) || number == static_cast<int>(Shape::scalar),
+        "there is no shape of that number");
+    return static_cast<Shape>(number);
+  }
+  template <class Node>
+  static std::shared_ptr<Node> with_cells(std::shared_ptr<Node> node, int shape, T scalar,
+                                          Vector list) {
+    node->restore(shape_of(shape), std::move(scalar), std::move(list));
+    return node;
+  }
+  static void require_nodes(const auto& nodes) {
+    for (const auto& node : nodes) {
+      require_state(node != nullptr, "a node is None");
+    }
+  }
+
+  // A node's state holds the nodes that it is made of, not copies of them: those that are shared
+  // stay shared. Pickle goes as deep as the formula, and raises RecursionError where that is too
+  // deep for the interpreter.
+  void define_pickling_of_nodes() {
+    define_pickling(
+        variable_,
+        [](const Variable& self) {
+          return std::tuple_cat(std::tuple(self.name()), cells_of(self));
+        },
+        [](std::string name, int shape, T scalar, Vector list) {
+          return with_cells(std::make_shared<Variable>(std::move(name), scalar), shape, scalar,
+                            std::move(list));
+        });
+    define_pickling(value_, &cells_of, [](int shape, T scalar, Vector list) {
+      return with_cells(std::make_shared<Value>(scalar), shape, scalar, std::move(list));
+    });
+    define_pickling(
+        function_,
+        [](const Function& self) {
+          return std::tuple_cat(std::tie(self.arguments(), self.expression()), cells_of(self));
+        },
+        [](typename Function::Arguments arguments, Handle expression, int shape, T scalar,
+           Vector list) {
+          require_nodes(arguments);
+          require_state(expression != nullptr, "a node is None");
+          return with_cells(std::make_shared<Function>(std::move(arguments), std::move(expression)),
+                            shape, std::move(scalar), std::move(list));
+        });
+    define_pickling(
+        transformation_,
+        [](const Transformation& self) {
+          return std::tuple_cat(
+              std::tuple(static_cast<int>(self.operation()), static_cast<int>(self.right()),
+                         static_cast<int>(self.left_shape()), static_cast<int>(self.right_shape()),
+                         static_cast<int>(self.result())),
+              std::tie(self.operands(), self.number(), self.numbers(), self.function_handle()),
+              cells_of(self));
+        },
+        [](int operation, int right, int left_shape, int right_shape, int result,
+           std::vector<Handle> operands, T number, Vector numbers,
+           std::shared_ptr<Function> function, int shape, T scalar, Vector list) {
+          require_nodes(operands);
+          return with_cells(
+              transformation_of(operation, right, shape_of(left_shape), shape_of(right_shape),
+                                shape_of(result), std::move(operands), std::move(number),
+                                std::move(numbers), std::move(function)),
+              shape, std::move(scalar), std::move(list));
+        });
+    expression_.def("__repr__", [](const Expression& self) {
+      return std::string("<") + ast::object_type_name(self.kind()) + " that yields a " +
+             ast::shape_name(self.shape()) + ">";
+    });
+    variable_.def("__repr__", [](const Variable& self) {
+      return "<variable \"" + self.name() + "\" that yields a " + ast::shape_name(self.shape()) +
+             ">";
+    });
+  }
+
+  static std::shared_ptr<Transformation> transformation_of(
+      int operation, int right, Shape left_shape, Shape right_shape, Shape result,
+      std::vector<Handle> operands, T number, Vector numbers, std::shared_ptr<Function> function) {
+    using Right = typename Transformation::Right;
+    if (operation == static_cast<int>(ast::Operation::call)) {
+      require_state(function != nullptr, "a call has no function");
+      return Transformation::of(std::move(function), result, std::move(operands));
+    }
+    require_state(operation >= static_cast<int>(ast::Operation::add) &&
+                      operation < static_cast<int>(ast::Operation::call),
+                  "there is no operation of that number");
+    const auto known = static_cast<ast::Operation>(operation);
+    require_state(operands.size() == (right == static_cast<int>(Right::node) ? 2U : 1U),
+                  "an operation has not its number of operands");
+    if (right == static_cast<int>(Right::node)) {
+      return Transformation::of(known, operands[0], left_shape, operands[1], right_shape);
+    }
+    if (right == static_cast<int>(Right::number)) {
+      return Transformation::of(known, operands[0], left_shape, std::move(number));
+    }
+    require_state(right == static_cast<int>(Right::list), "there is no such kind of operand");
+    return Transformation::of(known, operands[0], left_shape, std::move(numbers));
+  }
+
+  template <class Adaptor>
+  static void define_adaptor_pickling(py::class_<Adaptor>& type, const std::string& name) {
+    define_pickling(
+        type, [](const Adaptor& self) { return std::tie(self.function); },
+        [](std::shared_ptr<Function> function) {
+          require_state(function != nullptr, "there is no function");
+          return Adaptor{std::move(function)};
+        });
+    type.def("__repr__", [name](const Adaptor& self) {
+      return "<" + name + " of " + std::to_string(self.function->arguments().size()) +
+             " arguments>";
+    });
+  }
+
+  void define_pickling_of_adaptors() {
+    define_adaptor_pickling(scalar_function_, "ScalarFunction");
+    define_adaptor_pickling(trans_function_, "TransFunction");
+    define_adaptor_pickling(kernel_function_, "KernelFunction");
+    define_adaptor_pickling(scalar_cost_, "ScalarCost");
   }
 
   static constexpr const char* scalar_doc = R"(

@@ -200,16 +200,14 @@ void Variable<T>::assign(const JetList<T>& values) {
 }
 
 template <class T>
-Transformation<T>::Transformation(Operation operation, Shape result, std::vector<Handle> operands)
+Transformation<T>::Transformation(Operation operation, Shape result, Shape left_shape,
+                                  Shape right_shape, std::vector<Handle> operands)
     : Expression<T>(Kind::transformation, result),
       operation_(operation),
+      left_shape_(left_shape),
+      right_shape_(right_shape),
       result_(result),
-      operands_(std::move(operands)) {
-  if (!operands_.empty()) {
-    left_shape_ = operands_.front()->shape();
-    right_shape_ = operands_.back()->shape();
-  }
-}
+      operands_(std::move(operands)) {}
 
 template <class T>
 Transformation<T>::~Transformation() {
@@ -220,24 +218,41 @@ Transformation<T>::~Transformation() {
 template <class T>
 std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
                                                          Handle right) {
-  if (left->shape() != right->shape()) {
+  const Shape left_shape = left->shape();
+  const Shape right_shape = right->shape();
+  return of(operation, std::move(left), left_shape, std::move(right), right_shape);
+}
+
+template <class T>
+std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
+                                                         Shape left_shape, Handle right,
+                                                         Shape right_shape) {
+  if (left_shape != right_shape) {
     throw_invalid_types();
   }
-  const bool gives_list = left->shape() == Shape::list &&
+  const bool gives_list = left_shape == Shape::list &&
                           (operation == Operation::add || operation == Operation::subtract);
-  return std::shared_ptr<Transformation>(new Transformation(
-      operation, gives_list ? Shape::list : Shape::scalar, {std::move(left), std::move(right)}));
+  return std::shared_ptr<Transformation>(
+      new Transformation(operation, gives_list ? Shape::list : Shape::scalar, left_shape,
+                         right_shape, {std::move(left), std::move(right)}));
 }
 
 template <class T>
 std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
                                                          T right) {
-  const bool is_list = left->shape() == Shape::list;
+  const Shape left_shape = left->shape();
+  return of(operation, std::move(left), left_shape, std::move(right));
+}
+
+template <class T>
+std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
+                                                         Shape left_shape, T right) {
+  const bool is_list = left_shape == Shape::list;
   if (is_list && operation == Operation::add) {
     throw std::runtime_error("Invalid rhs!!!");
   }
-  const Shape result = left->shape();
-  std::shared_ptr<Transformation> node(new Transformation(operation, result, {std::move(left)}));
+  std::shared_ptr<Transformation> node(
+      new Transformation(operation, left_shape, left_shape, left_shape, {std::move(left)}));
   node->right_ = Right::number;
   node->number_ = std::move(right);
   // Unlike a sum, such a difference fails only when it is evaluated: deliberate.
@@ -248,13 +263,21 @@ std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Ha
 template <class T>
 std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
                                                          JetList<T> right) {
+  const Shape left_shape = left->shape();
+  return of(operation, std::move(left), left_shape, std::move(right));
+}
+
+template <class T>
+std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Handle left,
+                                                         Shape left_shape, JetList<T> right) {
   if (operation == Operation::divide) {
     throw_invalid_types();
   }
-  const bool is_list = left->shape() == Shape::list;
+  const bool is_list = left_shape == Shape::list;
   const bool gives_scalar = is_list && operation == Operation::multiply;
   std::shared_ptr<Transformation> node(
-      new Transformation(operation, gives_scalar ? Shape::scalar : Shape::list, {std::move(left)}));
+      new Transformation(operation, gives_scalar ? Shape::scalar : Shape::list, left_shape,
+                         left_shape, {std::move(left)}));
   node->right_ = Right::list;
   node->numbers_ = std::move(right);
   if (!is_list && operation != Operation::multiply) {
@@ -266,14 +289,21 @@ std::shared_ptr<Transformation<T>> Transformation<T>::of(Operation operation, Ha
 template <class T>
 std::shared_ptr<Transformation<T>> Transformation<T>::of(std::shared_ptr<Function<T>> function,
                                                          std::vector<Handle> operands) {
+  const Shape result = function->shape();
+  return of(std::move(function), result, std::move(operands));
+}
+
+template <class T>
+std::shared_ptr<Transformation<T>> Transformation<T>::of(std::shared_ptr<Function<T>> function,
+                                                         Shape result,
+                                                         std::vector<Handle> operands) {
   if (operands.size() > function->arguments().size()) {
     throw std::invalid_argument("the function takes " +
                                 std::to_string(function->arguments().size()) +
                                 " arguments, but was given " + std::to_string(operands.size()));
   }
-  const Shape result = function->shape();
-  std::shared_ptr<Transformation> node(
-      new Transformation(Operation::call, result, std::move(operands)));
+  std::shared_ptr<Transformation> node(new Transformation(Operation::call, result, Shape::scalar,
+                                                          Shape::scalar, std::move(operands)));
   node->function_ = std::move(function);
   return node;
 }

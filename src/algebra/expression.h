@@ -72,6 +72,13 @@ class Expression : public std::enable_shared_from_this<Expression<T>> {
 
   void print(std::ostream& stream) const;
 
+  // Sets both cells and what the node yields.
+  void restore(Shape shape, T scalar, JetList<T> list) {
+    shape_ = shape;
+    scalar_ = std::move(scalar);
+    list_ = std::move(list);
+  }
+
   // Set a cell and what the node yields.
   void store(T value) {
     scalar_ = std::move(value);
@@ -152,6 +159,15 @@ class Transformation final : public Expression<T> {
   // Throws std::invalid_argument when there are more of them than arguments.
   static std::shared_ptr<Transformation> of(std::shared_ptr<Function<T>> function,
                                             std::vector<Handle> operands);
+  // The same, with what the operands yielded then rather than what they yield now.
+  static std::shared_ptr<Transformation> of(Operation operation, Handle left, Shape left_shape,
+                                            Handle right, Shape right_shape);
+  static std::shared_ptr<Transformation> of(Operation operation, Handle left, Shape left_shape,
+                                            T right);
+  static std::shared_ptr<Transformation> of(Operation operation, Handle left, Shape left_shape,
+                                            JetList<T> right);
+  static std::shared_ptr<Transformation> of(std::shared_ptr<Function<T>> function, Shape result,
+                                            std::vector<Handle> operands);
   ~Transformation() override;
 
   enum class Right { node, number, list };
@@ -166,9 +182,11 @@ class Transformation final : public Expression<T> {
   const T& number() const { return number_; }
   const JetList<T>& numbers() const { return numbers_; }
   const Function<T>& function() const { return *function_; }
+  const std::shared_ptr<Function<T>>& function_handle() const { return function_; }
 
  private:
-  Transformation(Operation operation, Shape result, std::vector<Handle> operands);
+  Transformation(Operation operation, Shape result, Shape left_shape, Shape right_shape,
+                 std::vector<Handle> operands);
 
   Operation operation_;
   Right right_ = Right::node;

@@ -7,6 +7,7 @@
 #include "core/interrupt.h"
 #include "module/callback_lock.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 
 #include <pybind11/pybind11.h>
@@ -17,6 +18,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -45,6 +47,8 @@ class CallableTransiogram final : public AbstractTransiogram<T> {
 
   explicit CallableTransiogram(Kernels kernels)
       : AbstractTransiogram<T>(row_sizes(kernels)), kernels_(std::move(kernels)) {}
+
+  const Kernels& kernels() const { return kernels_; }
 
  private:
   // The callables cannot change what they are given, so those of a row are given the same.
@@ -91,7 +95,7 @@ struct Transiogram {
 };
 
 template <class T, class Sampler>
-struct BoundSampler {
+struct BoundSampler : Made {
   std::shared_ptr<Sampler> sampler;
 };
 
@@ -100,7 +104,7 @@ void bind_transiogram(py::module_& m) {
   using Self = Transiogram<T>;
   using Vector = JetList<T>;
   bind_handle<Self>(m, "Transiogram");
-  py::class_<Self>(m, "Transiogram", R"(
+  py::class_<Self> cls(m, "Transiogram", R"(
 Probabilities of transition between classes, by location.
 
 A table with a row and a column for each class. The entry of row i and column j tells how likely
@@ -111,11 +115,11 @@ References
 ----------
 Li, W. (2006). Transiogram: a spatial relationship measure for categorical data. International
 Journal of Geographical Information Science 20(6), 693-699.
-)")
-      .def(py::init([](typename CallableTransiogram<T>::Kernels kernel_matrix) {
-             return Self{std::make_shared<CallableTransiogram<T>>(std::move(kernel_matrix))};
-           }),
-           py::arg("kernel_matrix"), R"(
+)");
+  cls.def(py::init([](typename CallableTransiogram<T>::Kernels kernel_matrix) {
+            return Self{std::make_shared<CallableTransiogram<T>>(std::move(kernel_matrix))};
+          }),
+          py::arg("kernel_matrix"), R"(
 Make a table of Python functions.
 
 Parameters
@@ -190,6 +194,34 @@ RuntimeError
             return self.table->rows(u, v, poll);
           },
           py::arg("u"), py::arg("v"));
+  cls.def("__repr__", [](const Self& self) {
+    return "<Transiogram of " + std::to_string(self.table->n_classes()) + " classes>";
+  });
+  // Two lists of rows, one of which is empty: callables, or expressions of u and v.
+  using Callables = typename CallableTransiogram<T>::Kernels;
+  using Formulas = ExpressionTransiogram<T>;
+  using Variable = typename Formulas::VariableHandle;
+  define_pickling(
+      cls,
+      [](const Self& self)
+          -> std::tuple<Callables, Variable, Variable, typename Formulas::Expressions> {
+        if (const auto* table = dynamic_cast<const Formulas*>(self.table.get())) {
+          return {{}, table->u(), table->v(), table->expressions()};
+        }
+        return {dynamic_cast<const CallableTransiogram<T>&>(*self.table).kernels(), {}, {}, {}};
+      },
+      [](Callables callables, Variable u, Variable v, typename Formulas::Expressions expressions) {
+        if (u == nullptr) {
+          return Self{std::make_shared<CallableTransiogram<T>>(std::move(callables))};
+        }
+        require_state(v != nullptr, "there is no variable v");
+        for (const auto& row : expressions) {
+          for (const auto& expression : row) {
+            require_state(expression != nullptr, "a node is None");
+          }
+        }
+        return Self{std::make_shared<Formulas>(std::move(u), std::move(v), std::move(expressions))};
+      });
 }
 
 template <class T>
@@ -198,15 +230,16 @@ void bind_markov_chain(py::module_& m) {
   using Conditional = BoundSampler<T, ConditionalSampler>;
   bind_handle<Unconditional>(m, "UnconditionalSampler");
   bind_handle<Conditional>(m, "ConditionalSampler");
-  py::class_<Unconditional>(m, "UnconditionalSampler", R"(
+  py::class_<Unconditional> unconditional(m, "UnconditionalSampler", R"(
 Draws the class of a target that has no neighbours.
-)")
-      .def_static(
-          "Default",
-          [](const Transiogram<T>& transiogram) {
-            return Unconditional{create_default_unconditional_sampler<T>(transiogram.table)};
-          },
-          py::arg("transiogram"), R"(
+)");
+  define_recipe(unconditional);
+  def_static_factory(
+      unconditional, "Default",
+      [](const Transiogram<T>& transiogram) {
+        return Unconditional{{}, create_default_unconditional_sampler<T>(transiogram.table)};
+      },
+      py::arg("transiogram"), R"(
 Make the sampler that `simulation` uses: every class is equally likely, whatever the transiogram says.
 
 Parameters
@@ -223,15 +256,16 @@ Raises
 ValueError
     When the table of the transiogram is empty or not square.
 )");
-  py::class_<Conditional>(m, "ConditionalSampler", R"(
+  py::class_<Conditional> conditional(m, "ConditionalSampler", R"(
 Draws the class of a target from its neighbours.
-)")
-      .def_static(
-          "Default",
-          [](const Transiogram<T>& transiogram) {
-            return Conditional{create_default_conditional_sampler<T>(transiogram.table)};
-          },
-          py::arg("transiogram"), R"(
+)");
+  define_recipe(conditional);
+  def_static_factory(
+      conditional, "Default",
+      [](const Transiogram<T>& transiogram) {
+        return Conditional{{}, create_default_conditional_sampler<T>(transiogram.table)};
+      },
+      py::arg("transiogram"), R"(
 Make the sampler that `simulation` uses: neighbours vote with their rows, by inverse squared distance.
 
 Parameters

@@ -22,6 +22,10 @@ class ExpressionTransiogram final : public AbstractTransiogram<T> {
 
   ExpressionTransiogram(VariableHandle u, VariableHandle v, Expressions expressions);
 
+  const VariableHandle& u() const { return u_; }
+  const VariableHandle& v() const { return v_; }
+  const Expressions& expressions() const { return expressions_; }
+
   std::unique_ptr<const AbstractTransiogram<T>> fixed(std::size_t size,
                                                       PollRef poll) const override;
 

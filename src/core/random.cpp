@@ -2,12 +2,43 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
+#include <locale>
+#include <sstream>
+#include <stdexcept>
+#include <string>
 
 namespace talvorix {
 
 RandomEngine seeded_engine(std::int64_t seed) {
   return RandomEngine(static_cast<std::uint32_t>(seed));
+}
+
+std::vector<std::uint32_t> engine_state(const RandomEngine& rng) {
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << rng;
+  std::istringstream numbers(text.str());
+  numbers.imbue(std::locale::classic());
+  return {std::istream_iterator<std::uint32_t>(numbers), std::istream_iterator<std::uint32_t>()};
+}
+
+RandomEngine engine_from_state(const std::vector<std::uint32_t>& state) {
+  // The standard library would take any position for what it reads, and draw from beyond the words.
+  constexpr std::size_t n_words = RandomEngine::state_size;
+  if (state.size() != n_words + 1 || state.back() > n_words) {
+    throw std::invalid_argument("an engine's state has " + std::to_string(n_words) +
+                                " words and a position among them");
+  }
+  std::stringstream text;
+  text.imbue(std::locale::classic());
+  for (const std::uint32_t word : state) {
+    text << word << ' ';
+  }
+  RandomEngine rng;
+  text >> rng;
+  return rng;
 }
 
 std::uint32_t below(RandomEngine& rng, std::uint32_t n) {

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <random>
 #include <utility>
+#include <vector>
 
 namespace talvorix {
 
@@ -15,6 +17,11 @@ using RandomEngine = std::mt19937;
 
 // A seed of any sign, taken modulo 2^32.
 RandomEngine seeded_engine(std::int64_t seed);
+
+// Everything that an engine's draws depend on: its words, and how many of them are drawn. The way
+// back throws std::invalid_argument for what is no state.
+std::vector<std::uint32_t> engine_state(const RandomEngine& rng);
+RandomEngine engine_from_state(const std::vector<std::uint32_t>& state);
 
 // Uniform on [0, 1) from two raw outputs a, then b: (a + b 2^32) / 2^64.
 inline double uniform(RandomEngine& rng) {
@@ -44,7 +51,13 @@ void shuffle(List& list, RandomEngine& rng) {
 // second one is kept for the next draw.
 class StandardNormal {
  public:
+  StandardNormal() = default;
+  explicit StandardNormal(const std::optional<double>& kept)
+      : has_kept_(kept.has_value()), kept_(kept.value_or(0.0)) {}
+
   double operator()(RandomEngine& rng);
+
+  std::optional<double> kept() const { return has_kept_ ? std::optional(kept_) : std::nullopt; }
 
  private:
   bool has_kept_ = false;

@@ -2,10 +2,14 @@
 #include "covariance/covariance_computer.h"
 #include "covariance/model_generator.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "spatial/spatial_function.h"
 
 #include <pybind11/pybind11.h>
+
+#include <string>
+#include <tuple>
 
 namespace py = pybind11;
 
@@ -13,14 +17,32 @@ namespace talvorix::python {
 
 namespace {
 
+std::string kernel_name(const Kernel& kernel) {
+  switch (kernel.form()) {
+    case Kernel::Form::spherical:
+      return "spherical";
+    case Kernel::Form::gaussian:
+      return "gaussian";
+    case Kernel::Form::exponential:
+      return "exponential";
+    case Kernel::Form::nugget:
+      return "nugget";
+    case Kernel::Form::idw:
+      return "idw";
+    case Kernel::Form::function:
+      break;
+  }
+  return "function";
+}
+
 void bind_kernel(py::module_& m) {
   const auto plain = [](Kernel (*make)()) { return [make](const py::object&) { return make(); }; };
-  py::class_<Kernel>(m, "Kernel", R"(
+  py::class_<Kernel> cls(m, "Kernel", R"(
 A correlation as a function of distance in units of the range: 1 at zero, and at 1 the practical
 range. Kernels are taken from the class: `Kernel.spherical`, `Kernel.gaussian` and
 `Kernel.exponential`.
-)")
-      .def("__call__", &Kernel::operator(), py::arg("h"), R"(
+)");
+  cls.def("__call__", &Kernel::operator(), py::arg("h"), R"(
 Evaluate the kernel.
 
 Parameters
@@ -36,6 +58,10 @@ float
                                     "1 - 1.5 h + 0.5 h^3, and 0 above 1.")
       .def_property_readonly_static("gaussian", plain(&Kernel::gaussian), "exp(-3 h^2).")
       .def_property_readonly_static("exponential", plain(&Kernel::exponential), "exp(-3 h).");
+  cls.def("__repr__", [](const Kernel& self) { return "Kernel." + kernel_name(self); });
+  define_value(
+      cls, [](const Kernel& self) { return std::tuple(number_of(self)); }, &kernel_of,
+      Hashing::by_value);
 }
 
 void bind_covariance(py::module_& m) {
@@ -44,12 +70,12 @@ void bind_covariance(py::module_& m) {
       return Covariance::of_type(type, sill, ellipsoid);
     };
   };
-  py::class_<Covariance>(m, "Covariance", R"(
+  py::class_<Covariance> cls(m, "Covariance", R"(
 One structure of a covariance model. A model is a list of structures, nuggets included, and its
 covariance is their sum.
-)")
-      .def_static("spherical", structure(Covariance::Type::spherical), py::arg("sill"),
-                  py::arg("ellipsoid"), R"(
+)");
+  cls.def_static("spherical", structure(Covariance::Type::spherical), py::arg("sill"),
+                 py::arg("ellipsoid"), R"(
 Make a structure with the spherical kernel.
 
 Parameters
@@ -99,6 +125,22 @@ Returns
 float
     The sill times the kernel of the length of the lag in isotropic space.
 )");
+  cls.def("__repr__", [](const Covariance& self) {
+    const EllipsoidInfo e = self.ellipsoid.info();
+    return "<Covariance " + to_text(self.type) + ", sill " + shown(self.sill) + ", ranges " +
+           shown(Vector3(e.r1, e.r2, e.r3)) + ", azimuth " + shown(e.azimuth) + ", dip " +
+           shown(e.dip) + ", rake " + shown(e.rake) + ">";
+  });
+  define_value(
+      cls,
+      [](const Covariance& self) {
+        return std::tuple(static_cast<int>(self.type), self.sill, self.ellipsoid.matrix(),
+                          number_of(self.kernel));
+      },
+      [](int type, double sill, const Matrix3& matrix, int kernel) {
+        return Covariance{covariance_type_of(type), sill, Ellipsoid(matrix), kernel_of(kernel)};
+      },
+      Hashing::by_value);
 }
 
 }  // namespace
@@ -106,8 +148,8 @@ float
 void register_covariance_module(py::module_& m) {
   bind_kernel(m);
   bind_covariance(m);
-  m.def(
-      "covariance_computer",
+  def_factory(
+      m, "covariance_computer",
       [](const CovarianceModel& covs) { return SpatialFunction(create_cov_computer(covs, -1)); },
       py::arg("covs"), R"(
 Make a function of the lag from a model.

@@ -6,11 +6,15 @@
 #include "distributions/pdf.h"
 #include "distributions/ppmt.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 
 #include <pybind11/pybind11.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -19,6 +23,31 @@
 namespace py = pybind11;
 
 namespace talvorix::python {
+
+using StepHandle = std::shared_ptr<const PPMT::Step>;
+
+template <>
+struct Packed<StepHandle> {
+  using Fields =
+      std::tuple<Eigen::MatrixXd, Eigen::MatrixXd, std::vector<double>, std::vector<double>,
+                 std::vector<double>, std::vector<double>, std::vector<Isomorphism>>;
+
+  static py::object pack(const StepHandle& step) {
+    return pack_state(std::tie(step->rotation, step->inverse_rotation, step->mean, step->std,
+                               step->post_mean, step->post_std, step->isomorphisms));
+  }
+  static StepHandle unpack(py::handle item) {
+    constexpr std::size_t n_fields = std::tuple_size_v<Fields>;
+    auto fields =
+        unpack_state<Fields>(checked_state(py::reinterpret_borrow<py::object>(item), n_fields),
+                             std::make_index_sequence<n_fields>());
+    return std::apply(
+        [](auto&&... field) {
+          return std::make_shared<const PPMT::Step>(PPMT::Step{std::move(field)...});
+        },
+        std::move(fields));
+  }
+};
 
 namespace {
 
@@ -29,11 +58,11 @@ constexpr std::int64_t default_table_seed = 12145;
 constexpr std::int64_t default_draw_seed = 12515;
 
 void bind_rng(py::module_& m) {
-  py::class_<RandomEngine>(m, "RNG", R"(
+  py::class_<RandomEngine> cls(m, "RNG", R"(
 A random engine that successive draws advance: the 32-bit Mersenne Twister (Matsumoto and Nishimura
 1998) with its standard seeding.
-)")
-      .def(py::init(&seeded_engine), py::arg("seed"), R"(
+)");
+  cls.def(py::init(&seeded_engine), py::arg("seed"), R"(
 Seed an engine.
 
 Parameters
@@ -41,13 +70,88 @@ Parameters
 seed : int
     Taken modulo 2^32.
 )");
+  cls.def("__repr__", [](const RandomEngine& self) {
+    return "<RNG at word " + std::to_string(engine_state(self).back()) + " of " +
+           std::to_string(RandomEngine::state_size) + ">";
+  });
+  define_value(
+      cls, [](const RandomEngine& self) { return std::tuple(engine_state(self)); },
+      &engine_from_state, Hashing::none);
+}
+
+// The name before "_distribution", the parameters, the gaussian's kept value, and the sorted data
+// with their cumulated weights.
+using DistributionFields = std::tuple<std::string, Values, std::optional<double>, Values, Values>;
+
+struct FieldsOfSampler {
+  using Fields = DistributionFields;
+  Fields operator()(const sampler::Gaussian& s) const {
+    return {"gaussian", {s.mean, s.std_dev}, s.normal.kept(), {}, {}};
+  }
+  Fields operator()(const sampler::Uniform& s) const { return plain("uniform", {s.a, s.b}); }
+  Fields operator()(const sampler::Lognormal& s) const { return plain("lognormal", {s.m, s.s}); }
+  Fields operator()(const sampler::Gamma& s) const { return plain("gamma", {s.alpha(), s.beta()}); }
+  Fields operator()(const sampler::Exponential& s) const {
+    return plain("exponential", {s.lambda});
+  }
+  Fields operator()(const sampler::Weibull& s) const { return plain("weibull", {s.a, s.b}); }
+  Fields operator()(const sampler::ExtremeValue& s) const {
+    return plain("extreme_value", {s.a, s.b});
+  }
+  Fields operator()(const sampler::Cauchy& s) const { return plain("cauchy", {s.a, s.b}); }
+  Fields operator()(const sampler::FisherF& s) const { return plain("fisher_f", {s.m(), s.n()}); }
+  Fields operator()(const sampler::StudentT& s) const { return plain("student_t", {s.n}); }
+  Fields operator()(const sampler::Data& s) const {
+    return {"data", {}, std::nullopt, s.data(), s.cumulative()};
+  }
+
+ private:
+  static Fields plain(const char* name, Values parameters) {
+    return {name, std::move(parameters), std::nullopt, {}, {}};
+  }
+};
+
+DistributionFields fields_of(const Distribution& distribution) {
+  return std::visit(FieldsOfSampler(), distribution.sampler());
+}
+
+Distribution distribution_of(const std::string& name, const Values& p,
+                             const std::optional<double>& kept, Values data, Values cumulative) {
+  if (name == "data") {
+    return Distribution(sampler::Data::from_parts(std::move(data), std::move(cumulative)));
+  }
+  const bool has_one = name == "exponential" || name == "student_t";
+  require_state(p.size() == (has_one ? 1U : 2U), "a distribution has not its number of parameters");
+  if (name == "gaussian") return Distribution(sampler::Gaussian{p[0], p[1], StandardNormal(kept)});
+  if (name == "uniform") return uniform_distribution(p[0], p[1]);
+  if (name == "lognormal") return lognormal_distribution(p[0], p[1]);
+  if (name == "gamma") return gamma_distribution(p[0], p[1]);
+  if (name == "exponential") return exponential_distribution(p[0]);
+  if (name == "weibull") return weibull_distribution(p[0], p[1]);
+  if (name == "extreme_value") return extreme_value_distribution(p[0], p[1]);
+  if (name == "cauchy") return cauchy_distribution(p[0], p[1]);
+  if (name == "fisher_f") return fisher_f_distribution(p[0], p[1]);
+  require_state(name == "student_t", "there is no distribution of that name");
+  return student_t_distribution(p[0]);
+}
+
+std::string call_text(const DistributionFields& fields) {
+  const auto& [name, parameters, kept, data, cumulative] = fields;
+  if (name == "data") {
+    return "<data_distribution of " + std::to_string(data.size()) + " data>";
+  }
+  std::string text = name + "_distribution(";
+  for (std::size_t i = 0; i < parameters.size(); ++i) {
+    text += (i == 0 ? "" : ", ") + py::repr(py::float_(parameters[i])).cast<std::string>();
+  }
+  return text + ")";
 }
 
 void bind_distribution(py::module_& m) {
-  py::class_<Distribution>(m, "Distribution", R"(
+  py::class_<Distribution> cls(m, "Distribution", R"(
 A source of random numbers, made by a factory such as `gaussian_distribution`.
-)")
-      .def("__call__", &Distribution::operator(), py::arg("rng"), R"(
+)");
+  cls.def("__call__", &Distribution::operator(), py::arg("rng"), R"(
 Draw one value.
 
 Parameters
@@ -131,6 +235,8 @@ Raises
 ValueError
     When the number is negative.
 )");
+  cls.def("__repr__", [](const Distribution& self) { return call_text(fields_of(self)); });
+  define_value(cls, &fields_of, &distribution_of, Hashing::none);
 }
 
 void bind_factories(py::module_& m) {
@@ -319,6 +425,11 @@ void bind_summary(Class& cls, Table table) {
       .def("q75", field(&CDF::q75), "Quantile of the probability 0.75.");
 }
 
+std::string table_text(const CDF& table) {
+  return "of " + std::to_string(table.sample().size()) + " samples from " + shown(table.min()) +
+         " to " + shown(table.max());
+}
+
 void bind_pdf(py::module_& m) {
   py::class_<PDF> cls(m, "PDF", R"(
 Density and smoothed quantiles of a distribution, tabulated by a sorted sample of it.
@@ -401,6 +512,10 @@ Returns
 list of float
 )");
   bind_summary(cls, [](const PDF& self) -> const CDF& { return self.cdf(); });
+  cls.def("__repr__", [](const PDF& self) { return "<PDF " + table_text(self.cdf()) + ">"; });
+  define_value(
+      cls, [](const PDF& self) { return std::tie(self.cdf().sample()); },
+      [](Values sample) { return PDF(CDF(std::move(sample))); }, Hashing::by_value);
 }
 
 void bind_cdf(py::module_& m) {
@@ -479,17 +594,21 @@ Returns
 list of float
 )");
   bind_summary(cls, [](const CDF& self) -> const CDF& { return self; });
+  cls.def("__repr__", [](const CDF& self) { return "<CDF " + table_text(self) + ">"; });
+  define_value(
+      cls, [](const CDF& self) { return std::tie(self.sample()); },
+      [](Values sample) { return CDF(std::move(sample)); }, Hashing::by_value);
 }
 
 void bind_nscore(py::module_& m) {
   using Transform = DistributionTransform;
-  py::class_<Transform>(m, "NScore", R"(
+  py::class_<Transform> cls(m, "NScore", R"(
 Transform between two distributions by equal probability (Goovaerts 1997, 7.2). Data go to normal
 scores when the source is their `data_distribution` and the target a `gaussian_distribution`.
-)")
-      .def(py::init<const Distribution&, const Distribution&, long long, std::int64_t>(),
-           py::arg("source"), py::arg("target"), py::arg("n") = default_table_size,
-           py::arg("seed") = default_table_seed, R"(
+)");
+  cls.def(py::init<const Distribution&, const Distribution&, long long, std::int64_t>(),
+          py::arg("source"), py::arg("target"), py::arg("n") = default_table_size,
+          py::arg("seed") = default_table_seed, R"(
 Tabulate both distributions, as `CDF` does.
 
 Parameters
@@ -528,6 +647,19 @@ Carry a value of the target back to the source; takes and returns what `forward`
            py::arg("n_threads") = 0)
       .def("backward", py::overload_cast<Values, int>(&Transform::backward, py::const_),
            py::arg("z"), py::arg("n_threads") = 0);
+  cls.def("__repr__", [](const Transform& self) {
+    return "<NScore from a table " + table_text(self.source()) + " to one " +
+           table_text(self.target()) + ">";
+  });
+  define_value(
+      cls,
+      [](const Transform& self) {
+        return std::tie(self.source().sample(), self.target().sample());
+      },
+      [](Values source, Values target) {
+        return Transform(CDF(std::move(source)), CDF(std::move(target)));
+      },
+      Hashing::by_value);
 }
 
 py::array_t<double> vector_to_array(const Eigen::VectorXd& values) {
@@ -657,27 +789,27 @@ void bind_ppmt(py::module_& m) {
   using OfMatrix = Matrix (PPMT::*)(Matrix, int) const;
   using OfSample = Values (PPMT::*)(const Values&) const;
   const PpmtSettings defaults;
-  py::class_<PPMT>(m, "PPMT", R"(
+  py::class_<PPMT> cls(m, "PPMT", R"(
 The projection pursuit multivariate transform: from correlated variables to independent standard
 normal ones, and back.
 
 A step standardises the variables, rotates them, and brings each rotated axis to a normal
 distribution by an `Isomorphism`. The first rotation is that to the principal axes; later ones are
 that or, at random, any other. The maps are smooth and go on beyond the data.
-)")
-      .def(py::init([](const Matrix& data, int n_steps, double prob_random_rotation,
-                       const IsomorphismParameters& iso_params, int n_threads, std::int64_t seed,
-                       double min_v, double max_v, double extrapolation_tol, int n_bins) {
-             return PPMT(data, {n_steps, prob_random_rotation, iso_params, n_threads, seed, min_v,
-                                max_v, extrapolation_tol, n_bins});
-           }),
-           py::arg("data"), py::arg("n_steps"),
-           py::arg("prob_random_rotation") = defaults.prob_random_rotation,
-           py::arg("iso_params") = defaults.iso_params, py::arg("n_threads") = defaults.n_threads,
-           py::arg("seed") = defaults.seed, py::arg("min_v") = defaults.min_v,
-           py::arg("max_v") = defaults.max_v,
-           py::arg("extrapolation_tol") = defaults.extrapolation_tol,
-           py::arg("n_bins") = defaults.n_bins, py::call_guard<py::gil_scoped_release>(), R"(
+)");
+  cls.def(py::init([](const Matrix& data, int n_steps, double prob_random_rotation,
+                      const IsomorphismParameters& iso_params, int n_threads, std::int64_t seed,
+                      double min_v, double max_v, double extrapolation_tol, int n_bins) {
+            return PPMT(data, {n_steps, prob_random_rotation, iso_params, n_threads, seed, min_v,
+                               max_v, extrapolation_tol, n_bins});
+          }),
+          py::arg("data"), py::arg("n_steps"),
+          py::arg("prob_random_rotation") = defaults.prob_random_rotation,
+          py::arg("iso_params") = defaults.iso_params, py::arg("n_threads") = defaults.n_threads,
+          py::arg("seed") = defaults.seed, py::arg("min_v") = defaults.min_v,
+          py::arg("max_v") = defaults.max_v,
+          py::arg("extrapolation_tol") = defaults.extrapolation_tol,
+          py::arg("n_bins") = defaults.n_bins, py::call_guard<py::gil_scoped_release>(), R"(
 Fit the steps to data; writes its progress to standard output.
 
 Time grows with the number of steps times that of variables; the number of samples matters little,
@@ -750,6 +882,12 @@ trip is as exact as the two maps of each axis fit each other.
         return "<PPMT of " + std::to_string(self.n_variables()) + " variables in " +
                std::to_string(self.n_steps()) + " steps>";
       });
+  define_value(
+      cls, [](const PPMT& self) { return std::tuple(self.n_variables(), self.steps()); },
+      [](std::size_t n_variables, std::vector<StepHandle> steps) {
+        return PPMT(n_variables, std::move(steps));
+      },
+      Hashing::by_value);
 }
 
 }  // namespace

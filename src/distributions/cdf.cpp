@@ -18,8 +18,12 @@ double to_double(std::size_t k) { return static_cast<double>(static_cast<std::in
 }  // namespace
 
 CDF::CDF(const Distribution& dist, long long n, std::int64_t seed)
-    : dp_(1.0 / static_cast<double>(require_positive_count("N", n))),
-      values_(dist.histogram(n, seed)),
+    : CDF(dist.histogram(static_cast<long long>(require_positive_count("N", n)), seed)) {}
+
+CDF::CDF(std::vector<double> ascending_sample)
+    : dp_(1.0 / static_cast<double>(require_positive_count(
+                    "the number of samples", static_cast<long long>(ascending_sample.size())))),
+      values_(std::move(ascending_sample)),
       median_(value(0.5)),
       q75_(value(0.75)),
       q90_(value(0.9)) {}

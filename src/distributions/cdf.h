@@ -16,6 +16,10 @@ class CDF {
   // Throws std::invalid_argument when n is not from 1 to 2^31 - 1.
   CDF(const Distribution& dist, long long n, std::int64_t seed);
 
+  // Throws std::invalid_argument when there is no sample.
+  explicit CDF(std::vector<double> ascending_sample);
+
+  const std::vector<double>& sample() const { return values_; }
   double min() const { return values_.front(); }
   double max() const { return values_.back(); }
   double median() const { return median_; }

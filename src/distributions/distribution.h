@@ -17,6 +17,11 @@ namespace talvorix {
 // empty. The gaussian's record changes as it draws, so a worker draws from a copy of its own.
 class Distribution {
  public:
+  using AnySampler =
+      std::variant<sampler::Gaussian, sampler::Uniform, sampler::Lognormal, sampler::Gamma,
+                   sampler::Exponential, sampler::Weibull, sampler::ExtremeValue, sampler::Cauchy,
+                   sampler::FisherF, sampler::StudentT, sampler::Data>;
+
   template <class Sampler>
   explicit Distribution(Sampler sampler)
       : sampler_(std::make_shared<AnySampler>(std::move(sampler))) {}
@@ -25,6 +30,9 @@ class Distribution {
   Distribution(const Distribution&) = default;
   Distribution& operator=(const Distribution&) = default;
   ~Distribution() = default;
+
+  // The record as it is at present.
+  const AnySampler& sampler() const { return *sampler_; }
 
   // One draw. Polls only where a rejection may go on for ever.
   double draw(RandomEngine& rng, PollRef poll) const;
@@ -52,11 +60,6 @@ class Distribution {
   std::pair<std::vector<double>, std::vector<double>> cdf(long long n, std::int64_t seed) const;
 
  private:
-  using AnySampler =
-      std::variant<sampler::Gaussian, sampler::Uniform, sampler::Lognormal, sampler::Gamma,
-                   sampler::Exponential, sampler::Weibull, sampler::ExtremeValue, sampler::Cauchy,
-                   sampler::FisherF, sampler::StudentT, sampler::Data>;
-
   std::shared_ptr<AnySampler> sampler_;
 };
 

@@ -3,6 +3,7 @@
 #include "distributions/cdf.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace talvorix {
@@ -15,6 +16,12 @@ class DistributionTransform {
   // itself makes that immaterial. Throws std::invalid_argument when n is not from 1 to 2^31 - 1.
   DistributionTransform(const Distribution& source, const Distribution& target, long long n,
                         std::int64_t seed);
+
+  DistributionTransform(CDF source, CDF target)
+      : source_(std::move(source)), target_(std::move(target)) {}
+
+  const CDF& source() const { return source_; }
+  const CDF& target() const { return target_; }
 
   double forward(double z) const { return target_.value(source_.prob(z)); }
   double backward(double z) const { return source_.value(target_.prob(z)); }

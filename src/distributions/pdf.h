@@ -3,6 +3,7 @@
 #include "distributions/cdf.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace talvorix {
@@ -11,6 +12,8 @@ namespace talvorix {
 class PDF {
  public:
   PDF(const Distribution& dist, long long n, std::int64_t seed) : cdf_(dist, n, seed) {}
+
+  explicit PDF(CDF cdf) : cdf_(std::move(cdf)) {}
 
   const CDF& cdf() const { return cdf_; }
 

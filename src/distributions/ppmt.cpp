@@ -336,6 +336,23 @@ PPMT::PPMT(const MatrixXd& data, const PpmtSettings& settings)
   }
 }
 
+PPMT::PPMT(std::size_t n_variables, Steps steps)
+    : n_variables_(n_variables), steps_(std::move(steps)) {
+  const auto n = static_cast<Index>(n_variables);
+  for (const auto& step : steps_) {
+    for (const MatrixXd* table : {&step->rotation, &step->inverse_rotation}) {
+      if (table->rows() != n || table->cols() != n) {
+        throw std::invalid_argument("a rotation of the transform has another size than " +
+                                    std::to_string(n) + " variables");
+      }
+    }
+    for (const auto* list : {&step->mean, &step->std, &step->post_mean, &step->post_std}) {
+      require_equal_lengths("a list of a step", list->size(), "the variables", n_variables);
+    }
+    require_equal_lengths("isomorphisms", step->isomorphisms.size(), "the variables", n_variables);
+  }
+}
+
 MatrixXd PPMT::forward(MatrixXd data, int n_threads) const {
   require_width("data", static_cast<std::size_t>(data.cols()), n_variables_);
   change_rows(data, check_n_threads(n_threads),

@@ -48,6 +48,10 @@ class PPMT {
   // that are not finite, and settings that make no sense.
   PPMT(const Eigen::MatrixXd& data, const PpmtSettings& settings);
 
+  // The transform of these steps. Throws std::invalid_argument for one of another size.
+  PPMT(std::size_t n_variables, std::vector<std::shared_ptr<const Step>> steps);
+
+  const std::vector<std::shared_ptr<const Step>>& steps() const { return steps_; }
   std::size_t n_steps() const { return steps_.size(); }
   std::size_t n_variables() const { return n_variables_; }
 

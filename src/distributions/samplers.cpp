@@ -188,6 +188,17 @@ Data::Data(std::vector<double> data, std::vector<double> weight)
   guide_ = GuideTable(cumulative_);
 }
 
+Data Data::from_parts(std::vector<double> data, std::vector<double> cumulative) {
+  if (data.size() < 2) {
+    throw std::invalid_argument("Data must have at least 2 elements");
+  }
+  Data sampler;
+  sampler.data_ = std::move(data);
+  sampler.cumulative_ = std::move(cumulative);
+  sampler.guide_ = GuideTable(sampler.cumulative_);
+  return sampler;
+}
+
 double Data::operator()(RandomEngine& rng, PollRef) const {
   const std::size_t k = guide_.lower_bound(cumulative_, uniform(rng));
   const double u1 = uniform(rng);

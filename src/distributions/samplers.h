@@ -45,6 +45,9 @@ class Gamma {
  public:
   Gamma(double alpha, double beta);
 
+  double alpha() const { return alpha_; }
+  double beta() const { return beta_; }
+
   double operator()(RandomEngine& rng, PollRef poll) const { return standard(rng, poll) * beta_; }
 
  private:
@@ -92,6 +95,9 @@ class FisherF {
  public:
   FisherF(double m, double n) : a_(m / 2.0), b_(n / 2.0), gamma_a_(a_, 1.0), gamma_b_(b_, 1.0) {}
 
+  double m() const { return 2.0 * a_; }
+  double n() const { return 2.0 * b_; }
+
   double operator()(RandomEngine& rng, PollRef poll) const;
 
  private:
@@ -116,10 +122,17 @@ class Data {
   // Throws std::invalid_argument when there are fewer than 2 data, or when data that must be sorted
   // have weights of another number. Weights beside sorted data may be of any number.
   Data(std::vector<double> data, std::vector<double> weight);
+  // The sampler with these parts. Throws std::invalid_argument for fewer than 2 data.
+  static Data from_parts(std::vector<double> data, std::vector<double> cumulative);
+
+  const std::vector<double>& data() const { return data_; }
+  const std::vector<double>& cumulative() const { return cumulative_; }
 
   double operator()(RandomEngine& rng, PollRef) const;
 
  private:
+  Data() = default;
+
   std::vector<double> data_;
   std::vector<double> cumulative_;  // weight, normalised and summed up
   GuideTable guide_;

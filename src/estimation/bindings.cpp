@@ -6,11 +6,15 @@
 #include "estimation/kriging.h"
 #include "estimation/local_covariances.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 
 #include <pybind11/pybind11.h>
 
+#include <cstddef>
 #include <optional>
+#include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -25,12 +29,12 @@ std::pair<std::vector<double>, std::vector<double>> to_pair(KrigingResult result
 }
 
 void bind_estimator(py::module_& m) {
-  py::class_<Estimator>(m, "Estimator", R"(
+  py::class_<Estimator> cls(m, "Estimator", R"(
 A method of estimation with its parameters bound, made by `IDW`, `SimpleKriging`,
 `OrdinaryKriging` or `EnsembleEstimation`.
-)")
-      .def("__call__", &Estimator::operator(), py::arg("target_locs"), py::arg("neighborhood"),
-           py::arg("data_locs"), py::arg("data"), py::arg("n_threads") = 0, R"(
+)");
+  cls.def("__call__", &Estimator::operator(), py::arg("target_locs"), py::arg("neighborhood"),
+          py::arg("data_locs"), py::arg("data"), py::arg("n_threads") = 0, R"(
 Estimate a value at every target.
 
 Parameters
@@ -54,6 +58,7 @@ Raises
 ValueError
     When `data_locs`, `data`, the neighborhood and the estimator's `dhids` are not equally many.
 )");
+  define_recipe(cls);
 }
 
 void bind_kriging(py::module_& m) {
@@ -158,8 +163,8 @@ References
 Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertainty, 2nd ed.,
 chapter 3.
 )");
-  m.def(
-      "SimpleKriging",
+  def_factory(
+      m, "SimpleKriging",
       [](CovarianceModel covs, double mean, int max_neighbors, double max_radius,
          int max_neighbors_octant, std::vector<int> dhids, int max_neis_by_dhid) {
         return create_sk_estimator(
@@ -181,8 +186,8 @@ Returns
 Estimator
     Gives the estimates without the variances.
 )");
-  m.def(
-      "OrdinaryKriging",
+  def_factory(
+      m, "OrdinaryKriging",
       [](CovarianceModel covs, int max_neighbors, double max_radius, int max_neighbors_octant,
          std::vector<int> dhids, int max_neis_by_dhid) {
         return create_ok_estimator(
@@ -207,8 +212,8 @@ Estimator
 }
 
 void bind_idw(py::module_& m) {
-  m.def(
-      "IDW",
+  def_factory(
+      m, "IDW",
       [](double power_a, double max_weight, int max_neighbors, double max_radius,
          int max_neighbors_octant, std::vector<int> dhids, int max_neis_by_dhid) {
         return create_idw_estimator(
@@ -242,8 +247,8 @@ References
 Shepard, D. (1968). A two-dimensional interpolation function for irregularly-spaced data.
 Proceedings of the 23rd ACM National Conference, 517-524.
 )");
-  m.def(
-      "IDW",
+  def_factory(
+      m, "IDW",
       [](CovarianceModel covs, double power_a, double max_weight, int max_neighbors,
          double max_radius, int max_neighbors_octant, std::vector<int> dhids,
          int max_neis_by_dhid) {
@@ -257,12 +262,59 @@ Proceedings of the 23rd ACM National Conference, 517-524.
       py::arg("max_neis_by_dhid") = -1);
 }
 
+// The models laid out flat: how many structures each has, and of the structures the types, sills,
+// kernels and matrices by columns. There may be very many.
+using LocalFields = std::tuple<Locations, std::vector<double>, std::vector<int>, std::vector<int>,
+                               std::vector<double>, std::vector<int>, std::vector<double>>;
+
+LocalFields fields_of(const LocalCovariances& local_covs) {
+  LocalFields fields;
+  auto& [centers, errors, sizes, types, sills, kernels, matrices] = fields;
+  centers = local_covs.centers();
+  errors = local_covs.errors();
+  for (const CovarianceModel& model : local_covs.covariances()) {
+    sizes.push_back(static_cast<int>(model.size()));
+    for (const Covariance& structure : model) {
+      types.push_back(static_cast<int>(structure.type));
+      sills.push_back(structure.sill);
+      kernels.push_back(number_of(structure.kernel));
+      const Matrix3& matrix = structure.ellipsoid.matrix();
+      matrices.insert(matrices.end(), matrix.data(), matrix.data() + matrix.size());
+    }
+  }
+  return fields;
+}
+
+LocalCovariances local_covariances_of(Locations centers, std::vector<double> errors,
+                                      const std::vector<int>& sizes, const std::vector<int>& types,
+                                      const std::vector<double>& sills,
+                                      const std::vector<int>& kernels,
+                                      const std::vector<double>& matrices) {
+  const std::size_t n = types.size();
+  require_state(sills.size() == n && kernels.size() == n && matrices.size() == 9 * n,
+                "the lists of structures are not equally long");
+  std::vector<CovarianceModel> models;
+  std::size_t next = 0;
+  for (const int size : sizes) {
+    require_state(size >= 0 && static_cast<std::size_t>(size) <= n - next,
+                  "the models have more structures than there are");
+    CovarianceModel& model = models.emplace_back();
+    for (int k = 0; k < size; ++k, ++next) {
+      const Ellipsoid ellipsoid(Matrix3(Eigen::Map<const Matrix3>(&matrices[9 * next])));
+      model.push_back(
+          {covariance_type_of(types[next]), sills[next], ellipsoid, kernel_of(kernels[next])});
+    }
+  }
+  require_state(next == n, "the models have fewer structures than there are");
+  return {std::move(centers), std::move(models), std::move(errors)};
+}
+
 void bind_local_covariances(py::module_& m) {
-  py::class_<LocalCovariances>(m, "LocalCovariances", R"(
+  py::class_<LocalCovariances> cls(m, "LocalCovariances", R"(
 Covariance models of local areas, and how well each predicts the data there.
-)")
-      .def(py::init<Locations, std::vector<CovarianceModel>, std::vector<double>>(),
-           py::arg("centers"), py::arg("covariances"), py::arg("errors"), R"(
+)");
+  cls.def(py::init<Locations, std::vector<CovarianceModel>, std::vector<double>>(),
+          py::arg("centers"), py::arg("covariances"), py::arg("errors"), R"(
 Keep three lists of one entry for each local area.
 
 Parameters
@@ -285,6 +337,10 @@ ValueError
           "The model of each area.")
       .def_property_readonly("errors", &LocalCovariances::errors,
                              "The cross-validation error of each model.");
+  cls.def("__repr__", [](const LocalCovariances& self) {
+    return "<LocalCovariances of " + std::to_string(self.centers().size()) + " centers>";
+  });
+  define_value(cls, &fields_of, &local_covariances_of, Hashing::by_value);
 }
 
 void bind_ensemble_estimation(py::module_& m) {
@@ -381,14 +437,14 @@ Chiles, J.-P. and Delfiner, P. (2012). Geostatistics: Modeling Spatial Uncertain
 chapter 3, for the kriging. Shepard, D. (1968). A two-dimensional interpolation function for
 irregularly-spaced data. Proceedings of the 23rd ACM National Conference, 517-524, for the weights.
 )");
-  m.def(
-      "EnsembleEstimation",
-      [](LocalCovariances local_covs, const Ellipsoid& ellipsoid_search, int max_neighbors,
+  def_factory(
+      m, "EnsembleEstimation",
+      [](const LocalCovariances& local_covs, const Ellipsoid& ellipsoid_search, int max_neighbors,
          double max_distance, int max_cov_neis, int max_neis_octant, double power_a,
          double max_weight, bool run_normalization, bool use_sk, double sk_mean,
          std::vector<int> dhids, int max_neis_by_dhid) {
         return create_ensemble_estimator(
-            std::move(local_covs),
+            local_covs,
             {ellipsoid_search, max_cov_neis, power_a, max_weight, run_normalization, use_sk,
              sk_mean},
             {max_neighbors, max_distance, max_neis_octant, std::move(dhids), max_neis_by_dhid});

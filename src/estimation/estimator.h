@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/made.h"
 #include "spatial/nei_getter.h"
 #include "spatial/neighborhood.h"
 
@@ -14,7 +15,7 @@ namespace talvorix {
 // the data and a thread count, it returns an estimate for each target. Given several lists of data
 // that were measured in the same places, it returns as many lists; a method that weighs data
 // without regard to their values then does so once for all of them.
-class Estimator {
+class Estimator : public Made {
  public:
   using DataLists = std::vector<std::vector<double>>;
   using Single = std::function<std::vector<double>(

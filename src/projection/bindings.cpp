@@ -1,5 +1,6 @@
 #include "core/interrupt.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "projection/isomorphism.h"
 #include "projection/projection.h"
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,14 +24,14 @@ namespace {
 using Values = std::vector<double>;
 
 void bind_projection(py::module_& m) {
-  py::class_<Projection>(m, "Projection", R"(
+  py::class_<Projection> cls(m, "Projection", R"(
 A smooth map of numbers: the mean of the weights of some centres, each counted by a kernel of its
 distance times its beta. Everywhere the map lies between the smallest and the largest weight.
-)")
-      .def(py::init([](const Values& parameters, const std::string& kernel) {
-             return Projection(parameters, parse_covariance_type(kernel));
-           }),
-           py::arg("parameters"), py::arg("kernel") = "exponential", R"(
+)");
+  cls.def(py::init([](const Values& parameters, const std::string& kernel) {
+            return Projection(parameters, parse_covariance_type(kernel));
+          }),
+          py::arg("parameters"), py::arg("kernel") = "exponential", R"(
 Make the map of known parameters.
 
 Parameters
@@ -73,6 +75,15 @@ float or list of float
         return "<Projection of " + std::to_string(self.serialize().size() / 3) +
                " centers, kernel \"" + to_text(self.kernel()) + "\">";
       });
+  define_value(
+      cls,
+      [](const Projection& self) {
+        return std::tuple(self.serialize(), static_cast<int>(self.kernel()));
+      },
+      [](const Values& parameters, int kernel) {
+        return Projection(parameters, covariance_type_of(kernel));
+      },
+      Hashing::by_value);
 
   m.def(
       "optimize_projection",
@@ -272,19 +283,34 @@ debug : bool, default False
                                                  "Kernel of the way forward, as a text.");
   bind_kernel_field<&Parameters::kernel_backward>(cls, "kernel_backward",
                                                   "Kernel of the way back, as a text.");
+  define_value(
+      cls,
+      [](const Parameters& p) {
+        return std::tuple(static_cast<int>(p.kernel_forward), p.n_centers_forward,
+                          static_cast<int>(p.kernel_backward), p.n_centers_backward, p.weight_tol,
+                          p.center_tol, p.min_beta, p.max_beta, p.min_partition_size,
+                          p.max_partition_size, p.n_partitions, p.cauchy_loss, p.n_iterations,
+                          p.n_threads, p.seed, p.debug);
+      },
+      [](int kernel_forward, int n_centers_forward, int kernel_backward, int n_centers_backward,
+         auto... others) {
+        return Parameters{covariance_type_of(kernel_forward), n_centers_forward,
+                          covariance_type_of(kernel_backward), n_centers_backward, others...};
+      },
+      Hashing::none);
 }
 
 void bind_isomorphism(py::module_& m) {
   using Flat = std::pair<Values, Values>;
-  py::class_<Isomorphism>(m, "Isomorphism", R"(
+  py::class_<Isomorphism> cls(m, "Isomorphism", R"(
 A smooth map of numbers together with the way back: two `Projection`.
-)")
-      .def(py::init([](const Flat& parameters, const std::string& kernel) {
-             const Covariance::Type type = parse_covariance_type(kernel);
-             return Isomorphism(Projection(parameters.first, type),
-                                Projection(parameters.second, type));
-           }),
-           py::arg("parameters"), py::arg("kernel") = "exponential", R"(
+)");
+  cls.def(py::init([](const Flat& parameters, const std::string& kernel) {
+            const Covariance::Type type = parse_covariance_type(kernel);
+            return Isomorphism(Projection(parameters.first, type),
+                               Projection(parameters.second, type));
+          }),
+          py::arg("parameters"), py::arg("kernel") = "exponential", R"(
 Make the pair of known parameters, or of two maps.
 
 Parameters
@@ -357,6 +383,13 @@ Map a number from target to source; takes and returns what `forward` does.
                " centers forward and " +
                std::to_string(self.backward_proj().serialize().size() / 3) + " back>";
       });
+  define_value(
+      cls,
+      [](const Isomorphism& self) { return std::tie(self.forward_proj(), self.backward_proj()); },
+      [](Projection forward, Projection backward) {
+        return Isomorphism(std::move(forward), std::move(backward));
+      },
+      Hashing::by_value);
 
   m.def(
       "optimize_isomorphism",

@@ -1,6 +1,7 @@
 #include "core/parallel.h"
 #include "module/callback_lock.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "selection/covariance_error.h"
 #include "selection/covariance_search.h"
@@ -43,6 +44,15 @@ struct pybind11::detail::type_caster<talvorix::Fold> {
 };
 
 namespace talvorix::python {
+
+// A fold of a recipe is not read back as such: it is an argument.
+template <>
+struct Packed<Fold> {
+  static py::object pack(const Fold& fold) {
+    return py::make_tuple(Packed<Locations>::pack(fold.locations),
+                          Packed<std::vector<double>>::pack(fold.values));
+  }
+};
 
 namespace {
 
@@ -280,29 +290,27 @@ CovarianceErrorFunction custom_error(py::function python_callback) {
 }
 
 void bind_error_function(py::module_& m) {
-  py::class_<CovarianceErrorFunction>(m, "CovarianceErrorFunction", R"(
+  py::class_<CovarianceErrorFunction> cls(m, "CovarianceErrorFunction", R"(
 How badly a covariance model predicts: what a search makes small. Made by `IDW` or `Custom`.
-)")
-      .def_static(
-          "IDW",
-          [](const std::vector<Fold>& folds, double max_distance, double power_a,
-             int min_partition_size, int max_partition_size, int n_partitions,
-             double regularization_const, std::int64_t seed) {
-            constexpr int every_datum = -1;
-            return create_covariance_idw_error(
-                folds,
-                {{max_distance,
-                  every_datum,
-                  {min_partition_size, max_partition_size, n_partitions}},
-                 power_a,
-                 regularization_const,
-                 seed},
-                0);
-          },
-          py::arg("folds"), py::arg("max_distance"), py::arg("power_a") = 3.0,
-          py::arg("min_partition_size") = 15, py::arg("max_partition_size") = 25,
-          py::arg("n_partitions") = 5, py::arg("regularization_const") = 0.001,
-          py::arg("seed") = 21314, R"(
+)");
+  def_static_factory(
+      cls, "IDW",
+      [](const std::vector<Fold>& folds, double max_distance, double power_a,
+         int min_partition_size, int max_partition_size, int n_partitions,
+         double regularization_const, std::int64_t seed) {
+        constexpr int every_datum = -1;
+        return create_covariance_idw_error(
+            folds,
+            {{max_distance, every_datum, {min_partition_size, max_partition_size, n_partitions}},
+             power_a,
+             regularization_const,
+             seed},
+            0);
+      },
+      py::arg("folds"), py::arg("max_distance"), py::arg("power_a") = 3.0,
+      py::arg("min_partition_size") = 15, py::arg("max_partition_size") = 25,
+      py::arg("n_partitions") = 5, py::arg("regularization_const") = 0.001, py::arg("seed") = 21314,
+      R"(
 Make the error of `compute_covariance_error_idw` on given folds, of which it keeps a copy.
 
 Parameters
@@ -325,8 +333,8 @@ Raises
 ValueError
     When the lists of a fold are not equally long, a count is negative or `max_partition_size` is
     below `min_partition_size`.
-)")
-      .def_static("Custom", &custom_error, py::arg("python_callback"), R"(
+)");
+  def_static_factory(cls, "Custom", &custom_error, py::arg("python_callback"), R"(
 Make an error out of a function of your own.
 
 Parameters
@@ -339,12 +347,13 @@ python_callback : callable
 Returns
 -------
 CovarianceErrorFunction
-)")
-      .def(
-          "__call__",
-          [](const CovarianceErrorFunction& self, const CovarianceModel& covariance,
-             int n_threads) { return self(covariance, n_threads); },
-          py::arg("covariance"), py::arg("n_threads") = 0, R"(
+)");
+  cls.def(
+      "__call__",
+      [](const CovarianceErrorFunction& self, const CovarianceModel& covariance, int n_threads) {
+        return self(covariance, n_threads);
+      },
+      py::arg("covariance"), py::arg("n_threads") = 0, R"(
 Compute the error of a model.
 
 Parameters
@@ -357,6 +366,7 @@ Returns
 -------
 float
 )");
+  define_recipe(cls);
 }
 
 constexpr auto error_doc = R"(
@@ -644,42 +654,42 @@ ValueError
 )");
   using Parameters = EllipsoidOptimizationParameters;
   const Parameters defaults;
-  py::class_<Parameters>(m, "EllipsoidOptimizationParameters", R"(
+  py::class_<Parameters> cls(m, "EllipsoidOptimizationParameters", R"(
 Settings of `optimize_ellipsoid`, as fields that can be read and written; see
 `optimize_ellipsoid_using_idw` for what they mean.
-)")
-      .def(py::init([](double power_a, int max_nei_size, int min_partition_size,
-                       int max_partition_size, int n_partitions, int n_centers, int n_rays,
-                       int n_scales, int n_iterations, int n_iterations_without_upgrade, double tol,
-                       double regularization_const, std::int64_t seed, int n_threads, bool debug) {
-             return Parameters{power_a,
-                               max_nei_size,
-                               min_partition_size,
-                               max_partition_size,
-                               n_partitions,
-                               n_centers,
-                               n_rays,
-                               n_scales,
-                               n_iterations,
-                               n_iterations_without_upgrade,
-                               tol,
-                               regularization_const,
-                               seed,
-                               n_threads,
-                               debug};
-           }),
-           py::arg("power_a") = defaults.power_a, py::arg("max_nei_size") = defaults.max_nei_size,
-           py::arg("min_partition_size") = defaults.min_partition_size,
-           py::arg("max_partitions_size") = defaults.max_partition_size,
-           py::arg("n_partitions") = defaults.n_partitions,
-           py::arg("n_centers") = defaults.n_centers, py::arg("n_rays") = defaults.n_rays,
-           py::arg("n_scales") = defaults.n_scales, py::arg("n_iterations") = defaults.n_iterations,
-           py::arg("n_iterations_without_upgrade") = defaults.n_iterations_without_upgrade,
-           py::arg("tol") = defaults.tol,
-           py::arg("regularization_const") = defaults.regularization_const,
-           py::arg("seed") = defaults.seed, py::arg("n_threads") = defaults.n_threads,
-           py::arg("debug") = defaults.debug,
-           "Make settings. The field `max_partition_size` is spelt `max_partitions_size` here.")
+)");
+  cls.def(py::init([](double power_a, int max_nei_size, int min_partition_size,
+                      int max_partition_size, int n_partitions, int n_centers, int n_rays,
+                      int n_scales, int n_iterations, int n_iterations_without_upgrade, double tol,
+                      double regularization_const, std::int64_t seed, int n_threads, bool debug) {
+            return Parameters{power_a,
+                              max_nei_size,
+                              min_partition_size,
+                              max_partition_size,
+                              n_partitions,
+                              n_centers,
+                              n_rays,
+                              n_scales,
+                              n_iterations,
+                              n_iterations_without_upgrade,
+                              tol,
+                              regularization_const,
+                              seed,
+                              n_threads,
+                              debug};
+          }),
+          py::arg("power_a") = defaults.power_a, py::arg("max_nei_size") = defaults.max_nei_size,
+          py::arg("min_partition_size") = defaults.min_partition_size,
+          py::arg("max_partitions_size") = defaults.max_partition_size,
+          py::arg("n_partitions") = defaults.n_partitions,
+          py::arg("n_centers") = defaults.n_centers, py::arg("n_rays") = defaults.n_rays,
+          py::arg("n_scales") = defaults.n_scales, py::arg("n_iterations") = defaults.n_iterations,
+          py::arg("n_iterations_without_upgrade") = defaults.n_iterations_without_upgrade,
+          py::arg("tol") = defaults.tol,
+          py::arg("regularization_const") = defaults.regularization_const,
+          py::arg("seed") = defaults.seed, py::arg("n_threads") = defaults.n_threads,
+          py::arg("debug") = defaults.debug,
+          "Make settings. The field `max_partition_size` is spelt `max_partitions_size` here.")
       .def_readwrite("power_a", &Parameters::power_a, "Power of the inverse distance.")
       .def_readwrite("max_nei_size", &Parameters::max_nei_size, "Largest number of data in a fold.")
       .def_readwrite("min_partition_size", &Parameters::min_partition_size,
@@ -700,6 +710,28 @@ Settings of `optimize_ellipsoid`, as fields that can be read and written; see
       .def_readwrite("seed", &Parameters::seed, "Seed of candidates and folds.")
       .def_readwrite("n_threads", &Parameters::n_threads, "Number of threads; 0 stands for all.")
       .def_readwrite("debug", &Parameters::debug, "Whether progress is printed.");
+  cls.def("__repr__", [](const Parameters& p) {
+    const py::dict fields(
+        py::arg("power_a") = p.power_a, py::arg("max_nei_size") = p.max_nei_size,
+        py::arg("min_partition_size") = p.min_partition_size,
+        py::arg("max_partitions_size") = p.max_partition_size,
+        py::arg("n_partitions") = p.n_partitions, py::arg("n_centers") = p.n_centers,
+        py::arg("n_rays") = p.n_rays, py::arg("n_scales") = p.n_scales,
+        py::arg("n_iterations") = p.n_iterations,
+        py::arg("n_iterations_without_upgrade") = p.n_iterations_without_upgrade,
+        py::arg("tol") = p.tol, py::arg("regularization_const") = p.regularization_const,
+        py::arg("seed") = p.seed, py::arg("n_threads") = p.n_threads, py::arg("debug") = p.debug);
+    return shown_call("EllipsoidOptimizationParameters", fields);
+  });
+  define_value(
+      cls,
+      [](const Parameters& p) {
+        return std::tie(p.power_a, p.max_nei_size, p.min_partition_size, p.max_partition_size,
+                        p.n_partitions, p.n_centers, p.n_rays, p.n_scales, p.n_iterations,
+                        p.n_iterations_without_upgrade, p.tol, p.regularization_const, p.seed,
+                        p.n_threads, p.debug);
+      },
+      [](auto... fields) { return Parameters{fields...}; }, Hashing::none);
   m.def(
       "optimize_ellipsoid",
       [](const Locations& data_locs, const std::vector<double>& data, const Kernel& cov_kernel,
@@ -739,31 +771,31 @@ ValueError
 void bind_ellipsoid_fit(py::module_& m) {
   using Parameters = EllipsoidLBFGSParameters;
   const Parameters defaults;
-  py::class_<Parameters>(m, "EllipsoidLBFGSParameters", R"(
+  py::class_<Parameters> cls(m, "EllipsoidLBFGSParameters", R"(
 Settings of `optimize_local_ellipsoids_using_lbfgs`, as fields that can be read and written; see
 `optimize_ellipsoid_using_kfold` for what they mean.
-)")
-      .def(py::init([](double regularization_const, double cauchy_loss, int min_partition_size,
-                       int max_partition_size, int n_partitions, int n_iterations,
-                       std::int64_t seed, int n_threads, bool debug) {
-             return Parameters{regularization_const,
-                               cauchy_loss,
-                               min_partition_size,
-                               max_partition_size,
-                               n_partitions,
-                               n_iterations,
-                               seed,
-                               n_threads,
-                               debug};
-           }),
-           py::arg("regularization_const") = defaults.regularization_const,
-           py::arg("cauchy_loss") = defaults.cauchy_loss,
-           py::arg("min_partition_size") = defaults.min_partition_size,
-           py::arg("max_partition_size") = defaults.max_partition_size,
-           py::arg("n_partitions") = defaults.n_partitions,
-           py::arg("n_iterations") = defaults.n_iterations, py::arg("seed") = defaults.seed,
-           py::arg("n_threads") = defaults.n_threads, py::arg("debug") = defaults.debug,
-           "Make settings.")
+)");
+  cls.def(py::init([](double regularization_const, double cauchy_loss, int min_partition_size,
+                      int max_partition_size, int n_partitions, int n_iterations, std::int64_t seed,
+                      int n_threads, bool debug) {
+            return Parameters{regularization_const,
+                              cauchy_loss,
+                              min_partition_size,
+                              max_partition_size,
+                              n_partitions,
+                              n_iterations,
+                              seed,
+                              n_threads,
+                              debug};
+          }),
+          py::arg("regularization_const") = defaults.regularization_const,
+          py::arg("cauchy_loss") = defaults.cauchy_loss,
+          py::arg("min_partition_size") = defaults.min_partition_size,
+          py::arg("max_partition_size") = defaults.max_partition_size,
+          py::arg("n_partitions") = defaults.n_partitions,
+          py::arg("n_iterations") = defaults.n_iterations, py::arg("seed") = defaults.seed,
+          py::arg("n_threads") = defaults.n_threads, py::arg("debug") = defaults.debug,
+          "Make settings.")
       .def_readwrite("regularization_const", &Parameters::regularization_const,
                      "Weight of the regularisation of the ranges.")
       .def_readwrite("cauchy_loss", &Parameters::cauchy_loss,
@@ -777,6 +809,24 @@ Settings of `optimize_local_ellipsoids_using_lbfgs`, as fields that can be read 
       .def_readwrite("seed", &Parameters::seed, "Seed of folds and partitions.")
       .def_readwrite("n_threads", &Parameters::n_threads, "Number of threads; 0 stands for all.")
       .def_readwrite("debug", &Parameters::debug, "Whether progress is printed.");
+  cls.def("__repr__", [](const Parameters& p) {
+    const py::dict fields(py::arg("regularization_const") = p.regularization_const,
+                          py::arg("cauchy_loss") = p.cauchy_loss,
+                          py::arg("min_partition_size") = p.min_partition_size,
+                          py::arg("max_partition_size") = p.max_partition_size,
+                          py::arg("n_partitions") = p.n_partitions,
+                          py::arg("n_iterations") = p.n_iterations, py::arg("seed") = p.seed,
+                          py::arg("n_threads") = p.n_threads, py::arg("debug") = p.debug);
+    return shown_call("EllipsoidLBFGSParameters", fields);
+  });
+  define_value(
+      cls,
+      [](const Parameters& p) {
+        return std::tie(p.regularization_const, p.cauchy_loss, p.min_partition_size,
+                        p.max_partition_size, p.n_partitions, p.n_iterations, p.seed, p.n_threads,
+                        p.debug);
+      },
+      [](auto... fields) { return Parameters{fields...}; }, Hashing::none);
   m.def(
       "optimize_ellipsoid_using_kfold",
       [](const std::vector<Fold>& folds, const std::string& cov_type, double r1_max, double r2_max,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/interrupt.h"
+#include "core/made.h"
 #include "covariance/covariance.h"
 #include "selection/cross_validation.h"
 #include "selection/fold.h"
@@ -13,7 +14,7 @@ namespace talvorix {
 
 // How badly a model predicts: a function of the model and a number of threads. One that calls back
 // into the host language needs its interpreter, and says so.
-class CovarianceErrorFunction {
+class CovarianceErrorFunction : public Made {
  public:
   // The last argument is polled by long evaluations on one thread, which may be a worker's.
   using Function = std::function<double(const CovarianceModel&, int n_threads, PollRef)>;

@@ -1,6 +1,7 @@
 #include "estimation/estimator.h"
 #include "estimation/local_covariances.h"
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "simulation/conditioning.h"
 #include "simulation/ensemble_simulator.h"
@@ -25,10 +26,16 @@ namespace {
 // would take the first of three for it.
 
 void bind_factory(py::module_& m) {
-  py::class_<SimulatorFactory>(m, "SimulatorFactory", R"(
+  py::class_<SimulatorFactory> cls(m, "SimulatorFactory", R"(
 A method of simulation with its parameters bound, which makes a field of any covariance model.
-)")
-      .def("__call__", &SimulatorFactory::operator(), py::arg("cov"), py::arg("seed"), R"(
+)");
+  define_recipe(cls);
+  def_method_factory(
+      cls, "__call__",
+      [](const SimulatorFactory& self, const CovarianceModel& cov, std::int64_t seed) {
+        return self(cov, seed);
+      },
+      py::arg("cov"), py::arg("seed"), R"(
 Make the field of a model.
 
 Parameters
@@ -42,14 +49,14 @@ Returns
 -------
 SpatialFunction
     What `FIM` or `TBSIM` makes of the model and the seed.
-)")
-      .def_static(
-          "FIM",
-          [](Locations corners, int nx, int ny, int nz, int n_threads) {
-            return create_fim_factory(std::move(corners), {nx, ny, nz}, n_threads);
-          },
-          py::arg("corners"), py::arg("nx"), py::arg("ny"), py::arg("nz"), py::arg("n_threads") = 0,
-          R"(
+)");
+  def_static_factory(
+      cls, "FIM",
+      [](Locations corners, int nx, int ny, int nz, int n_threads) {
+        return create_fim_factory(std::move(corners), {nx, ny, nz}, n_threads);
+      },
+      py::arg("corners"), py::arg("nx"), py::arg("ny"), py::arg("nz"), py::arg("n_threads") = 0,
+      R"(
 Bind the parameters of `FIM`.
 
 Parameters
@@ -65,14 +72,15 @@ Raises
 ------
 ValueError
     When `corners` is empty.
-)")
-      .def_static(
-          "FIM",
-          [](Locations corners, int n, int n_threads) {
-            return create_fim_factory(std::move(corners), {n, n, n}, n_threads);
-          },
-          py::arg("corners"), py::arg("n") = 128, py::arg("n_threads") = 0)
-      .def_static("TBSIM", &create_tbsim_factory, py::arg("corners"), py::arg("n") = 600, R"(
+)");
+  def_static_factory(
+      cls, "FIM",
+      [](Locations corners, int n, int n_threads) {
+        return create_fim_factory(std::move(corners), {n, n, n}, n_threads);
+      },
+      py::arg("corners"), py::arg("n") = 128, py::arg("n_threads") = 0);
+  def_static_factory(cls, "TBSIM", &create_tbsim_factory, py::arg("corners"), py::arg("n") = 600,
+                     R"(
 Bind the parameters of `TBSIM`.
 
 Parameters
@@ -94,32 +102,31 @@ ValueError
 template <class Structures>
 void bind_fim_generators(py::class_<SimulatorGenerator>& generator, const char* structures,
                          const char* doc) {
-  generator
-      .def_static(
-          "FIM",
-          [](const Locations& corners, const Structures& covs, std::int64_t seed, int nx, int ny,
-             int nz, int n_threads, int n_base_simulation_points) {
-            return create_fim_simulator_generator(corners, covs, seed, {nx, ny, nz}, n_threads,
-                                                  n_base_simulation_points);
-          },
-          py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("nx"), py::arg("ny"),
-          py::arg("nz"), py::arg("n_threads") = 0, py::arg("n_base_simulation_points") = 100, doc)
-      .def_static(
-          "FIM",
-          [](const Locations& corners, const Structures& covs, std::int64_t seed, int n,
-             int n_threads, int n_base_simulation_points) {
-            return create_fim_simulator_generator(corners, covs, seed, {n, n, n}, n_threads,
-                                                  n_base_simulation_points);
-          },
-          py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("n") = 128,
-          py::arg("n_threads") = 0, py::arg("n_base_simulation_points") = 100);
+  def_static_factory(
+      generator, "FIM",
+      [](const Locations& corners, const Structures& covs, std::int64_t seed, int nx, int ny,
+         int nz, int n_threads, int n_base_simulation_points) {
+        return create_fim_simulator_generator(corners, covs, seed, {nx, ny, nz}, n_threads,
+                                              n_base_simulation_points);
+      },
+      py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("nx"), py::arg("ny"),
+      py::arg("nz"), py::arg("n_threads") = 0, py::arg("n_base_simulation_points") = 100, doc);
+  def_static_factory(
+      generator, "FIM",
+      [](const Locations& corners, const Structures& covs, std::int64_t seed, int n, int n_threads,
+         int n_base_simulation_points) {
+        return create_fim_simulator_generator(corners, covs, seed, {n, n, n}, n_threads,
+                                              n_base_simulation_points);
+      },
+      py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("n") = 128,
+      py::arg("n_threads") = 0, py::arg("n_base_simulation_points") = 100);
 }
 
 template <class Structures>
 void bind_tbsim_generator(py::class_<SimulatorGenerator>& generator, const char* structures,
                           const char* doc) {
-  generator.def_static(
-      "TBSIM",
+  def_static_factory(
+      generator, "TBSIM",
       [](const Locations& corners, const Structures& covs, std::int64_t seed, int n, int n_threads,
          int n_base_simulation_points) {
         return create_tbsim_simulator_generator(corners, covs, seed, n, n_threads,
@@ -137,8 +144,11 @@ Makes one field after the other, each out of a seed.
 turn it at random for every seed; `Pool` mixes given fields; `Ensemble` blends fields of local
 models.
 )");
-  generator
-      .def("__call__", &SimulatorGenerator::operator(), py::arg("seed"), R"(
+  define_recipe(generator);
+  def_method_factory(
+      generator, "__call__",
+      [](const SimulatorGenerator& self, std::int64_t seed) { return self(seed); }, py::arg("seed"),
+      R"(
 Make a field.
 
 Parameters
@@ -150,8 +160,8 @@ Returns
 -------
 SpatialFunction
     It shares what the generator has simulated.
-)")
-      .def_static("Pool", &create_simulator_pool, py::arg("simulators"), R"(
+)");
+  def_static_factory(generator, "Pool", &create_simulator_pool, py::arg("simulators"), R"(
 Mix given fields at random.
 
 Each seed draws weights whose squares add up to 1, so that a mixture of independent fields of one
@@ -238,16 +248,16 @@ MemoryError
 
 template <class Structures>
 void bind_fim(py::module_& m, const char* structures, const char* doc) {
-  m.def(
-      "FIM",
+  def_factory(
+      m, "FIM",
       [](const Locations& corners, const Structures& covs, std::int64_t seed, int nx, int ny,
          int nz, int n_threads) {
         return create_fim_simulator(corners, covs, seed, {nx, ny, nz}, n_threads);
       },
       py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("nx"), py::arg("ny"),
       py::arg("nz"), py::arg("n_threads") = 0, doc);
-  m.def(
-      "FIM",
+  def_factory(
+      m, "FIM",
       [](const Locations& corners, const Structures& covs, std::int64_t seed, int n,
          int n_threads) {
         return create_fim_simulator(corners, covs, seed, {n, n, n}, n_threads);
@@ -258,10 +268,10 @@ void bind_fim(py::module_& m, const char* structures, const char* doc) {
 
 template <class Structures>
 void bind_tbsim(py::module_& m, const char* structures, const char* doc) {
-  m.def("TBSIM",
-        py::overload_cast<const Locations&, const Structures&, std::int64_t, int>(
-            &create_tbsim_simulator),
-        py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("n") = 600, doc);
+  def_factory(m, "TBSIM",
+              py::overload_cast<const Locations&, const Structures&, std::int64_t, int>(
+                  &create_tbsim_simulator),
+              py::arg("corners"), py::arg(structures), py::arg("seed"), py::arg("n") = 600, doc);
 }
 
 void bind_conditioning(py::module_& m) {
@@ -538,19 +548,20 @@ three-dimensional Gaussian random fields via the turning bands method. Computers
 void register_conditioning(py::module_& m) {
   bind_conditioning(m);
   bind_ensembles(m);
-  py::reinterpret_borrow<py::class_<SimulatorGenerator>>(m.attr("SimulatorGenerator"))
-      .def_static(
-          "Ensemble",
-          [](LocalCovariances local_covs, SimulatorFactory sim_factory, double max_weight,
-             double power_a, std::int64_t /*seed*/) {
-            return SimulatorGenerator(
-                [local_covs = std::move(local_covs), sim_factory = std::move(sim_factory),
-                 blend = BlendParameters{max_weight, power_a}](std::int64_t seed) {
-                  return create_ensemble_simulator(local_covs, sim_factory, blend, seed);
-                });
-          },
-          py::arg("local_covs"), py::arg("sim_factory"), py::arg("max_weight"), py::arg("power_a"),
-          py::arg("seed"), R"(
+  auto generator =
+      py::reinterpret_borrow<py::class_<SimulatorGenerator>>(m.attr("SimulatorGenerator"));
+  def_static_factory(
+      generator, "Ensemble",
+      [](const LocalCovariances& local_covs, const SimulatorFactory& sim_factory, double max_weight,
+         double power_a, std::int64_t /*seed*/) {
+        return SimulatorGenerator(
+            [local_covs, sim_factory,
+             blend = BlendParameters{max_weight, power_a}](std::int64_t seed) {
+              return create_ensemble_simulator(local_covs, sim_factory, blend, seed);
+            });
+      },
+      py::arg("local_covs"), py::arg("sim_factory"), py::arg("max_weight"), py::arg("power_a"),
+      py::arg("seed"), R"(
 Make fields with covariance models that differ from place to place.
 
 Parameters

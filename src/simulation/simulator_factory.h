@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/made.h"
 #include "covariance/covariance.h"
 #include "simulation/fourier_integral.h"
 #include "spatial/spatial_function.h"
@@ -11,7 +12,8 @@ namespace talvorix {
 
 // Makes a field of a covariance model out of a seed.
 struct SimulatorFactory
-    : std::function<SpatialFunction(const CovarianceModel& covs, std::int64_t seed)> {
+    : std::function<SpatialFunction(const CovarianceModel& covs, std::int64_t seed)>,
+      Made {
   using function::function;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/geometry.h"
+#include "core/made.h"
 #include "covariance/covariance.h"
 #include "simulation/fourier_integral.h"
 #include "spatial/ellipsoid.h"
@@ -13,7 +14,7 @@
 namespace talvorix {
 
 // Makes a field out of a seed, again and again.
-struct SimulatorGenerator : std::function<SpatialFunction(std::int64_t seed)> {
+struct SimulatorGenerator : std::function<SpatialFunction(std::int64_t seed)>, Made {
   using function::function;
 };
 

@@ -1,4 +1,5 @@
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "spatial/axis_clusters.h"
 #include "spatial/block_model.h"
@@ -15,10 +16,12 @@
 
 #include <pybind11/pybind11.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <tuple>
 #include <utility>
 
@@ -29,10 +32,10 @@ namespace talvorix::python {
 namespace {
 
 void bind_spatial_function(py::module_& m) {
-  py::class_<SpatialFunction>(m, "SpatialFunction", R"(
+  py::class_<SpatialFunction> cls(m, "SpatialFunction", R"(
 A function of a location or a lag, made by a factory such as `covariance_computer`.
-)")
-      .def("__call__", &SpatialFunction::operator(), py::arg("u"), R"(
+)");
+  cls.def("__call__", &SpatialFunction::operator(), py::arg("u"), R"(
 Evaluate the function.
 
 Parameters
@@ -59,33 +62,51 @@ Returns
 list of float
     One value for each location, in order.
 )");
+  define_recipe(cls);
+}
+
+std::string ellipsoid_text(const EllipsoidInfo& e) {
+  return "ranges " + shown(Vector3(e.r1, e.r2, e.r3)) + ", azimuth " + shown(e.azimuth) + ", dip " +
+         shown(e.dip) + ", rake " + shown(e.rake);
 }
 
 void bind_ellipsoid_info(py::module_& m) {
   const auto field = [](double EllipsoidInfo::*member) {
     return [member](const EllipsoidInfo& info) { return info.*member; };
   };
-  py::class_<EllipsoidInfo>(m, "EllipsoidInfo", R"(
+  py::class_<EllipsoidInfo> cls(m, "EllipsoidInfo", R"(
 Ranges and angles read back from an anisotropy matrix, the ranges in descending order.
-)")
-      .def("r1", field(&EllipsoidInfo::r1), "Largest range.")
+)");
+  cls.def("r1", field(&EllipsoidInfo::r1), "Largest range.")
       .def("r2", field(&EllipsoidInfo::r2), "Middle range.")
       .def("r3", field(&EllipsoidInfo::r3), "Smallest range.")
       .def("azimuth", field(&EllipsoidInfo::azimuth), "Degrees, clockwise from +y toward +x.")
       .def("dip", field(&EllipsoidInfo::dip), "Degrees, positive upward.")
       .def("rake", field(&EllipsoidInfo::rake), "Degrees, about the major axis.");
+  cls.def("__repr__", [](const EllipsoidInfo& self) {
+    return "<EllipsoidInfo: " + ellipsoid_text(self) + ">";
+  });
+  define_value(
+      cls,
+      [](const EllipsoidInfo& self) {
+        return std::tie(self.r1, self.r2, self.r3, self.azimuth, self.dip, self.rake);
+      },
+      [](double r1, double r2, double r3, double azimuth, double dip, double rake) {
+        return EllipsoidInfo{r1, r2, r3, azimuth, dip, rake};
+      },
+      Hashing::by_value);
 }
 
 void bind_ellipsoid(py::module_& m) {
-  py::class_<Ellipsoid>(m, "Ellipsoid", R"(
+  py::class_<Ellipsoid> cls(m, "Ellipsoid", R"(
 An anisotropy: three ranges along three axes at right angles.
 
 It is kept as a pair of matrices only: the one that maps a real offset to the isotropic space, in
 which the ellipsoid is the unit sphere, and its inverse. Every distance in the library is measured
 through them. Angles are in degrees: the azimuth of the first axis is clockwise from +y toward +x,
 its dip positive upward, and the rake turns the other two axes about it. A range of 0 reads as 1.
-)")
-      .def(py::init<const Matrix3&>(), py::arg("anisotropy_matrix"), R"(
+)");
+  cls.def(py::init<const Matrix3&>(), py::arg("anisotropy_matrix"), R"(
 Make an ellipsoid from the matrix from real to isotropic space.
 
 Parameters
@@ -225,6 +246,11 @@ tuple of (list of numpy.ndarray, list of int)
           "minor_axis", [](const Ellipsoid& self) { return self.axis(2); },
           "Axis of the smallest range, with the range as its length, shape (3, 1).")
       .def("__str__", &Ellipsoid::text);
+  cls.def("__repr__",
+          [](const Ellipsoid& self) { return "<Ellipsoid: " + ellipsoid_text(self.info()) + ">"; });
+  define_value(
+      cls, [](const Ellipsoid& self) { return std::tie(self.matrix()); },
+      [](const Matrix3& matrix) { return Ellipsoid(matrix); }, Hashing::by_value);
 }
 
 void bind_orientation_functions(py::module_& m) {
@@ -339,14 +365,14 @@ ValueError
 }
 
 void bind_neighborhood(py::module_& m) {
-  py::class_<Neighborhood>(m, "Neighborhood", R"(
+  py::class_<Neighborhood> cls(m, "Neighborhood", R"(
 A search structure over a list of locations.
 
 With an ellipsoid, distances are those of its isotropic space: a search along the major axis
 reaches further, and radius 1 is the ellipsoid's surface. Without one they are Euclidean.
-)")
-      .def(py::init<const Locations&, const Ellipsoid&>(), py::arg("locations"),
-           py::arg("ellipsoid"), R"(
+)");
+  cls.def(py::init<const Locations&, const Ellipsoid&>(), py::arg("locations"),
+          py::arg("ellipsoid"), R"(
 Build the structure for an anisotropic search.
 
 Parameters
@@ -405,6 +431,17 @@ Raises
 ValueError
     When there are no locations or the centre is not finite.
 )");
+  cls.def("__repr__", [](const Neighborhood& self) {
+    return "<Neighborhood of " + std::to_string(self.size()) + " locations" +
+           (self.ellipsoid() ? ", ellipsoid: " + ellipsoid_text(self.ellipsoid()->info()) : "") +
+           ">";
+  });
+  define_value(
+      cls,
+      [](const Neighborhood& self) {
+        return std::tuple(self.mapped_locations(), self.ellipsoid());
+      },
+      &Neighborhood::from_parts, Hashing::by_value);
 }
 
 // A triple of cell numbers or counts as Python sees it.
@@ -448,10 +485,10 @@ numpy.ndarray, shape (n, 3)
 )";
 
 void bind_bounding_box(py::module_& m) {
-  py::class_<BoundingBox>(m, "BoundingBox", R"(
+  py::class_<BoundingBox> cls(m, "BoundingBox", R"(
 The axis-aligned hull of a list of points.
-)")
-      .def(py::init<Locations>(), py::arg("corners"), R"(
+)");
+  cls.def(py::init<Locations>(), py::arg("corners"), R"(
 Make the hull of a list of points.
 
 Parameters
@@ -462,12 +499,37 @@ corners : list of numpy.ndarray, or array of shape (n, 3)
       .def("corners", &BoundingBox::corners, "The points it was made from.")
       .def("lower", &BoundingBox::lower, "Smallest coordinates, shape (3, 1).")
       .def("upper", &BoundingBox::upper, "Largest coordinates, shape (3, 1).");
+  cls.def("__repr__", [](const BoundingBox& self) {
+    return "<BoundingBox from " + shown(self.lower()) + " to " + shown(self.upper()) + ">";
+  });
+  define_value(
+      cls, [](const BoundingBox& self) { return std::tie(self.corners()); },
+      [](Locations corners) { return BoundingBox(std::move(corners)); }, Hashing::by_value);
+}
+
+std::string grid_text(const CartesianGrid& grid) {
+  const CellTriple& n = grid.number_of_cells();
+  return "CartesianGrid of " + std::to_string(n[0]) + " x " + std::to_string(n[1]) + " x " +
+         std::to_string(n[2]) + " cells, origin " + shown(grid.origin()) + ", rotation " +
+         shown(grid.rotation());
+}
+
+using GridFields = std::tuple<Matrix3, Cells, Vector3, Vector3>;
+
+GridFields fields_of(const CartesianGrid& grid) {
+  return {grid.transformation().matrix(), to_python(grid.number_of_cells()), grid.origin(),
+          grid.rotation()};
+}
+
+CartesianGrid grid_of(const Matrix3& transformation, const Cells& number_of_cells,
+                      const Vector3& origin, const Vector3& rotation) {
+  return {Ellipsoid(transformation), from_python(number_of_cells), origin, rotation};
 }
 
 void bind_cartesian_grid(py::module_& m) {
   const Vector3 no_origin = Vector3::Zero();
   const Vector3 along_x(90.0, 0.0, 0.0);
-  py::class_<CartesianGrid>(m, "CartesianGrid", R"(
+  py::class_<CartesianGrid> cls(m, "CartesianGrid", R"(
 A regular, possibly rotated, lattice of locations.
 
 The cells are numbered (i, j, k) along the three axes, and by a linear index that runs fastest along
@@ -476,13 +538,13 @@ one cell short of origin + length; for blocks whose low corner is c, give c plus
 
 The locations are made once, at construction. `numpy.asarray(grid)` gives them as one array of shape
 (n, 3), and a grid can stand wherever a list of locations is asked for.
-)")
-      .def(py::init([](const Vector3& length, const Cells& number_of_cells, const Vector3& origin,
-                       const Vector3& rotation) {
-             return CartesianGrid(length, from_python(number_of_cells), origin, rotation);
-           }),
-           py::arg("length"), py::arg("number_of_cells"), py::arg("origin") = no_origin,
-           py::arg("rotation") = along_x, R"(
+)");
+  cls.def(py::init([](const Vector3& length, const Cells& number_of_cells, const Vector3& origin,
+                      const Vector3& rotation) {
+            return CartesianGrid(length, from_python(number_of_cells), origin, rotation);
+          }),
+          py::arg("length"), py::arg("number_of_cells"), py::arg("origin") = no_origin,
+          py::arg("rotation") = along_x, R"(
 Make a grid from two of its length, its cell counts and its cell size.
 
 Given by position, three ints are cell counts wherever those can stand: `CartesianGrid(length, (10,
@@ -580,17 +642,19 @@ IndexError
 The eight corners of the whole length, as a list: origin first, the third axis running fastest.
 )")
       .def("bounding_box", &CartesianGrid::bounding_box, "The box of the corners.");
+  cls.def("__repr__", [](const CartesianGrid& self) { return "<" + grid_text(self) + ">"; });
+  define_value(cls, &fields_of, &grid_of, Hashing::by_value);
 }
 
 void bind_block_model(py::module_& m) {
-  py::class_<BlockModel>(m, "BlockModel", R"(
+  py::class_<BlockModel> cls(m, "BlockModel", R"(
 A grid with a mask that selects its active cells.
 
 The active cells are numbered from 0 in the order of the grid's linear index. As with a grid,
 `numpy.asarray(model)` gives their locations as one array, and a model can stand wherever a list of
 locations is asked for.
-)")
-      .def(py::init<CartesianGrid, CellMask>(), py::arg("base_grid"), py::arg("mask"), R"(
+)");
+  cls.def(py::init<CartesianGrid, CellMask>(), py::arg("base_grid"), py::arg("mask"), R"(
 Select the active cells of a grid.
 
 Parameters
@@ -667,6 +731,28 @@ IndexError
       .def(
           "bounding_box", [](const BlockModel& self) { return self.base_grid().bounding_box(); },
           "The box of the whole grid's corners.");
+  cls.def("__repr__", [](const BlockModel& self) {
+    return "<BlockModel of " + std::to_string(self.size()) + " cells of a " +
+           grid_text(self.base_grid()) + ">";
+  });
+  define_value(
+      cls,
+      [](const BlockModel& self) {
+        return std::tuple_cat(fields_of(self.base_grid()), std::tie(self.mask()));
+      },
+      [](const Matrix3& transformation, const Cells& number_of_cells, const Vector3& origin,
+         const Vector3& rotation, CellMask mask) {
+        const CellTriple counts = from_python(number_of_cells);
+        // Before the locations of a grid are made that may not be meant.
+        require_state(std::all_of(counts.begin(), counts.end(), [](auto n) { return n >= 0; }) &&
+                          static_cast<double>(counts[0]) * static_cast<double>(counts[1]) *
+                                  static_cast<double>(counts[2]) ==
+                              static_cast<double>(mask.size()),
+                      "the mask is not as long as the grid");
+        return BlockModel(grid_of(transformation, number_of_cells, origin, rotation),
+                          std::move(mask));
+      },
+      Hashing::by_value);
 }
 
 void bind_orientation_generators(py::module_& m) {

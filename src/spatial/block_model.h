@@ -20,6 +20,7 @@ class BlockModel {
   BlockModel(CartesianGrid base_grid, CellMask mask);
 
   const CartesianGrid& base_grid() const { return base_grid_; }
+  const CellMask& mask() const { return mask_; }
   // Linear indices of the active cells, ascending.
   const std::vector<std::int64_t>& active() const { return active_; }
   const Locations& locations() const { return locations_; }

@@ -102,7 +102,13 @@ class CellPlacer {
 
 CartesianGrid::CartesianGrid(const Vector3& length, const CellTriple& number_of_cells,
                              const Vector3& origin, const Vector3& rotation)
-    : transformation_(length[0], length[1], length[2], rotation[0], rotation[1], rotation[2]),
+    : CartesianGrid(
+          Ellipsoid(length[0], length[1], length[2], rotation[0], rotation[1], rotation[2]),
+          number_of_cells, origin, rotation) {}
+
+CartesianGrid::CartesianGrid(const Ellipsoid& transformation, const CellTriple& number_of_cells,
+                             const Vector3& origin, const Vector3& rotation)
+    : transformation_(transformation),
       origin_(origin),
       rotation_(rotation),
       counts_(number_of_cells),

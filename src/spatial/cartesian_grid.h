@@ -29,6 +29,10 @@ class CartesianGrid {
   static CartesianGrid from_cells(const CellTriple& number_of_cells, const Vector3& cell_size,
                                   const Vector3& origin, const Vector3& rotation);
 
+  // The grid with this transformation, whose ranges are the length.
+  CartesianGrid(const Ellipsoid& transformation, const CellTriple& number_of_cells,
+                const Vector3& origin, const Vector3& rotation);
+
   // From the real box to the unit cube, but for the origin.
   const Ellipsoid& transformation() const { return transformation_; }
   const Vector3& origin() const { return origin_; }

@@ -48,6 +48,14 @@ class SearchTree {
   // Position in the given list of a point that a search found.
   std::size_t given_index(const FoundPoint& point) const { return given_[point.index]; }
 
+  Locations in_given_order() const {
+    Locations points(given_.size());
+    for (std::size_t i = 0; i < given_.size(); ++i) {
+      points[given_[i]] = points_.points[i];
+    }
+    return points;
+  }
+
   template <class Collector>
   void search(const Vector3& center, Collector& results) const {
     tree_.findNeighbors(results, center.data(), TreeSearchParameters());
@@ -103,6 +111,17 @@ Neighborhood::Neighborhood(const Locations& locations, std::optional<Ellipsoid> 
   if (size_ > 0) {
     tree_ = std::make_shared<const SearchTree>(search_points(locations, ellipsoid_));
   }
+}
+
+Neighborhood Neighborhood::from_parts(const Locations& mapped_locations,
+                                      std::optional<Ellipsoid> ellipsoid) {
+  Neighborhood result(mapped_locations, std::nullopt);
+  result.ellipsoid_ = std::move(ellipsoid);
+  return result;
+}
+
+Locations Neighborhood::mapped_locations() const {
+  return tree_ ? tree_->in_given_order() : Locations();
 }
 
 void Neighborhood::find_nearest(const Vector3& center, std::size_t max_size,

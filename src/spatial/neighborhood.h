@@ -46,7 +46,14 @@ class Neighborhood {
   explicit Neighborhood(const Locations& locations);
   Neighborhood(const Locations& locations, const Ellipsoid& ellipsoid);
 
+  // A neighborhood that answers as the one with these parts does.
+  static Neighborhood from_parts(const Locations& mapped_locations,
+                                 std::optional<Ellipsoid> ellipsoid);
+
   std::size_t size() const { return size_; }
+  const std::optional<Ellipsoid>& ellipsoid() const { return ellipsoid_; }
+  // The locations in the order given, in the space that distances are measured in.
+  Locations mapped_locations() const;
 
   // At most max_size points, nearest first; empty when the centre is not finite.
   void find_nearest(const Vector3& center, std::size_t max_size, SearchScratch& scratch) const;
@@ -65,7 +72,7 @@ class Neighborhood {
  private:
   Neighborhood(const Locations& locations, std::optional<Ellipsoid> ellipsoid);
 
-  std::size_t size_;
+  std::size_t size_ = 0;
   std::optional<Ellipsoid> ellipsoid_;
   std::shared_ptr<const SearchTree> tree_;  // none when there is no location
 };

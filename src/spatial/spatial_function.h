@@ -2,6 +2,7 @@
 
 #include "core/geometry.h"
 #include "core/interrupt.h"
+#include "core/made.h"
 
 #include <cstddef>
 #include <memory>
@@ -47,7 +48,7 @@ class CallableField final : public SpatialField {
 };
 
 // A shared handle of a field, carried as a value. Never empty.
-class SpatialFunction {
+class SpatialFunction : public Made {
  public:
   explicit SpatialFunction(std::shared_ptr<const SpatialField> field) : field_(std::move(field)) {}
   template <class Function>

@@ -1,4 +1,5 @@
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "spectral/line_projection.h"
 #include "spectral/spectral_data_1d.h"
@@ -7,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace py = pybind11;
@@ -16,14 +18,14 @@ namespace talvorix::python {
 namespace {
 
 void bind_spectral_data(py::module_& m) {
-  py::class_<SpectralData1D>(m, "SpectralData1D", R"(
+  py::class_<SpectralData1D> cls(m, "SpectralData1D", R"(
 The spectrum of a series of n values: an entry for each of the n frequencies.
 
 Entry f belongs to f cycles over the series. Those above n / 2 mirror those below, as for every real
 series; `backward` does not read them.
-)")
-      .def(py::init<std::vector<double>, std::vector<double>>(), py::arg("magnitude"),
-           py::arg("phase"), R"(
+)");
+  cls.def(py::init<std::vector<double>, std::vector<double>>(), py::arg("magnitude"),
+          py::arg("phase"), R"(
 Put a spectrum together from its polar form.
 
 Parameters
@@ -135,6 +137,12 @@ ValueError
       .def("__repr__", [](const SpectralData1D& self) {
         return "<SpectralData1D of " + std::to_string(self.size()) + " frequencies>";
       });
+  define_value(
+      cls,
+      [](const SpectralData1D& self) {
+        return std::tie(self.magnitude(), self.phase(), self.real(), self.imag());
+      },
+      &SpectralData1D::from_parts, Hashing::by_value);
 }
 
 void bind_line_projection(py::module_& m) {

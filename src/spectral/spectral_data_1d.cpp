@@ -75,6 +75,19 @@ SpectralData1D::SpectralData1D(std::vector<double> magnitude, std::vector<double
   }
 }
 
+SpectralData1D SpectralData1D::from_parts(std::vector<double> magnitude, std::vector<double> phase,
+                                          std::vector<double> real, std::vector<double> imag) {
+  require_equal_lengths("phase", phase.size(), "magnitude", magnitude.size());
+  require_equal_lengths("real", real.size(), "magnitude", magnitude.size());
+  require_equal_lengths("imag", imag.size(), "magnitude", magnitude.size());
+  SpectralData1D spectrum;
+  spectrum.magnitude_ = std::move(magnitude);
+  spectrum.phase_ = std::move(phase);
+  spectrum.real_ = std::move(real);
+  spectrum.imag_ = std::move(imag);
+  return spectrum;
+}
+
 SpectralData1D SpectralData1D::forward(std::span<const double> data) {
   SpectralData1D result;
   if (data.empty()) {

@@ -14,6 +14,10 @@ class SpectralData1D {
   // From polar form. Throws std::invalid_argument when the lists are not equally long.
   SpectralData1D(std::vector<double> magnitude, std::vector<double> phase);
 
+  // With all parts as they are. Throws std::invalid_argument when they are not equally long.
+  static SpectralData1D from_parts(std::vector<double> magnitude, std::vector<double> phase,
+                                   std::vector<double> real, std::vector<double> imag);
+
   // The unnormalised discrete Fourier transform of a series.
   static SpectralData1D forward(std::span<const double> data);
 

@@ -1,4 +1,5 @@
 #include "module/conversions.h"
+#include "module/pickling.h"
 #include "module/registration.h"
 #include "spatial/ellipsoid.h"
 #include "variography/covariance_fit.h"
@@ -28,7 +29,8 @@ auto to_tuple(ExperimentalVariogram::Entries entries) {
 }
 
 void bind_variogram_computer(py::module_& m) {
-  m.def("variogram_computer", &create_variogram_computer, py::arg("cov"), py::arg("data_var"), R"(
+  def_factory(m, "variogram_computer", &create_variogram_computer, py::arg("cov"),
+              py::arg("data_var"), R"(
 Make the variogram of a covariance model, scaled to the variance of data.
 
 Parameters
@@ -46,20 +48,19 @@ SpatialFunction
 }
 
 void bind_experimental_variogram(py::module_& m) {
-  py::class_<ExperimentalVariogram>(m, "ExperimentalVariogram", R"(
+  py::class_<ExperimentalVariogram> cls(m, "ExperimentalVariogram", R"(
 Semivariances by direction and lag.
 
 The entries stand in parallel lists, one entry for each lag bin that has pairs; those of one
 direction together, by ascending lag.
-)")
-      .def(py::init([](Locations lags, std::vector<double> variogram, std::vector<int> npairs,
-                       std::vector<int> direction_id, Locations directions) {
-             return ExperimentalVariogram(
-                 {std::move(lags), std::move(variogram), std::move(npairs)},
-                 std::move(direction_id), std::move(directions));
-           }),
-           py::arg("lags"), py::arg("variogram"), py::arg("npairs"), py::arg("direction_id"),
-           py::arg("directions"), R"(
+)");
+  cls.def(py::init([](Locations lags, std::vector<double> variogram, std::vector<int> npairs,
+                      std::vector<int> direction_id, Locations directions) {
+            return ExperimentalVariogram({std::move(lags), std::move(variogram), std::move(npairs)},
+                                         std::move(direction_id), std::move(directions));
+          }),
+          py::arg("lags"), py::arg("variogram"), py::arg("npairs"), py::arg("direction_id"),
+          py::arg("directions"), R"(
 Put a variogram together from its entries.
 
 Parameters
@@ -136,6 +137,22 @@ Returns
 tuple of (list of numpy.ndarray, list of float, list of int)
     Lags, semivariances and numbers of pairs; three empty lists when it has no entries.
 )");
+  cls.def("__repr__", [](const ExperimentalVariogram& self) {
+    return "<ExperimentalVariogram of " + std::to_string(self.lags().size()) + " lags in " +
+           std::to_string(self.directions().size()) + " directions>";
+  });
+  define_value(
+      cls,
+      [](const ExperimentalVariogram& self) {
+        return std::tie(self.lags(), self.variogram(), self.npairs(), self.direction_ids(),
+                        self.directions());
+      },
+      [](Locations lags, std::vector<double> variogram, std::vector<int> npairs,
+         std::vector<int> direction_ids, Locations directions) {
+        return ExperimentalVariogram({std::move(lags), std::move(variogram), std::move(npairs)},
+                                     std::move(direction_ids), std::move(directions));
+      },
+      Hashing::by_value);
 }
 
 void bind_exp_variogram_search(py::module_& m) {
