@@ -28,7 +28,9 @@ FAMILIES = {
     "module": "Threads",
 }
 # What Python or the binding library adds to every class.
-MACHINERY = {"__doc__", "__module__", "__array_ufunc__", "_pybind11_conduit_v1_", "__hash__"}
+MACHINERY = {"__doc__", "__module__", "__array_ufunc__", "_pybind11_conduit_v1_"}
+# What is called by Python alone, in all classes alike.
+MACHINERY |= {"__eq__", "__hash__", "__repr__", "__getstate__", "__setstate__"}
 NUMBERED = re.compile(r"^\d+\. (?=\w+\()", re.MULTILINE)
 # A reference begins with the surname and the initials of its first author.
 AUTHOR = re.compile(r"(?<=\.)\n(?=[A-Z][\w'-]+(?: [A-Z][\w'-]+)?, [A-Z]\.)")

@@ -223,6 +223,9 @@ class StubWriter(ast.NodeTransformer):
         for argument in ast.walk(node.args):
             if isinstance(argument, ast.arg) and argument.annotation is not None:
                 argument.annotation = TypeWriter(True).visit(argument.annotation)
+        if node.name == "__eq__":
+            # What it cannot be compared with is another answer, not an error.
+            first_argument(node).annotation = ast.Name("object")
         if node.returns is not None:
             node.returns = TypeWriter(False).visit(node.returns)
         clean_docstring(node)
@@ -362,6 +365,10 @@ def stub_text(generated: str, module: ModuleType, path: Path) -> str:
     # Ruff also refuses a type that only the generator knows, since its name is imported nowhere.
     text = ruff(text, path, "check", "--fix", "--output-format=concise")
     text = ruff(text, path, "format")
+    # What cannot be a key is none of its base class's in the eyes of type checkers, and is this way
+    # in Python.
+    unhashable = "__hash__: ClassVar[None]"
+    text = text.replace(f"{unhashable} = None", f"{unhashable}  # type: ignore[assignment]")
     # Type checkers want to compare a reflected operator with the forward one of what it takes, and
     # cannot where that may be several things.
     return re.sub(

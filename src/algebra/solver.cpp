@@ -6,10 +6,12 @@
 #include "core/arguments.h"
 #include "core/interrupt.h"
 #include "core/parallel.h"
+#include "core/watched_call.h"
 
 #include <ceres/ceres.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
@@ -27,6 +29,26 @@ namespace {
 // What the costs of one search share.
 class Search : public SearchGuard {
  public:
+  // Whether formulas could be evaluated.
+  template <class Work>
+  bool evaluate(const Work& work) {
+    ++n_evaluations_;
+    const bool is_done = attempt([&] {
+      poll();
+      return work();
+    });
+    --n_evaluations_;
+    return is_done;
+  }
+
+  // Ends the search; its formulas, which are the caller's, are left alone from then on.
+  void abandon() {
+    attempt([]() -> bool { throw std::runtime_error("nobody waits for the search any longer"); });
+    while (n_evaluations_ > 0) {
+      std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+  }
+
   // Only the calling thread may look for the user's wish to stop; others hear of it here.
   void poll() {
     if (std::this_thread::get_id() == caller_) {
@@ -53,6 +75,7 @@ class Search : public SearchGuard {
   std::thread::id caller_ = std::this_thread::get_id();
   InterruptPoller poller_;
   std::mutex cells_mutex_;
+  std::atomic<int> n_evaluations_{0};
 };
 
 bool is_usable(double x) { return std::isfinite(x); }
@@ -87,8 +110,7 @@ class BatchCost final : public ceres::CostFunction {
 
   bool Evaluate(double const* const* parameters, double* residuals,
                 double** jacobians) const override {
-    return search_.attempt([&] {
-      search_.poll();
+    return search_.evaluate([&] {
       static thread_local std::vector<double> scratch;
       static thread_local std::vector<double> derivatives;
       derivatives.resize(jacobians == nullptr ? 0 : batch_.size() * batch_.n_inputs());
@@ -137,8 +159,7 @@ class AbstractCost {
 
   template <class U>
   bool operator()(U const* const* parameters, U* residual) const {
-    return search_.attempt([&] {
-      search_.poll();
+    return search_.evaluate([&] {
       if (program_) {
         static thread_local std::vector<U> scratch;
         *residual = program_->run(joined(parameters, lengths_), scratch);
@@ -279,28 +300,62 @@ void add_residuals(ceres::Problem& problem, const std::vector<std::shared_ptr<Du
   }
 }
 
+// Tells the caller the values after each iteration, always on the thread that it called from.
 template <class Value>
 class Callback : public ceres::IterationCallback {
  public:
-  Callback(const SolverCallback<Value>& function, const std::vector<Value>& values, Search& search)
-      : function_(function), values_(values), search_(search) {}
+  Callback(const std::vector<Value>& values, Search& search) : values_(values), search_(search) {}
+
+  // The function must live until the search ends or is abandoned.
+  void set_function(const SolverCallback<Value>* function) { function_ = function; }
 
   ceres::CallbackReturnType operator()(const ceres::IterationSummary&) override {
     const bool goes_on = search_.attempt([&] {
       search_.poll();
-      return function_(values_);
+      return function_ == nullptr ||
+             (std::this_thread::get_id() == caller_ ? (*function_)(values_) : ask());
     });
     return goes_on ? ceres::SOLVER_CONTINUE : ceres::SOLVER_ABORT;
   }
 
+  // Answers the search on another thread, if it asks.
+  void serve() {
+    if (asks_) {
+      answer_ = (*function_)(values_);
+      asks_ = false;
+    }
+  }
+
  private:
-  const SolverCallback<Value>& function_;
+  bool ask() {
+    asks_ = true;
+    while (asks_) {
+      search_.poll();
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return answer_;
+  }
+
+  const SolverCallback<Value>* function_ = nullptr;
   const std::vector<Value>& values_;
   Search& search_;
+  std::thread::id caller_ = std::this_thread::get_id();
+  std::atomic<bool> asks_{false};
+  bool answer_ = true;
 };
 
 using ScalarCallback = Callback<double>;
 using VectorCallback = Callback<std::vector<double>>;
+
+// A search and all that it touches, so that it can be left to itself.
+template <class Value>
+struct Task {
+  Search search;
+  std::vector<Value> values;
+  Callback<Value> callback{values, search};
+  ceres::Solver::Summary summary;
+  ceres::Problem problem;  // refers to the others
+};
 
 // Sets the bounds of one parameter. The solver would refuse such as leave no room, with no word
 // why.
@@ -325,8 +380,17 @@ void require_variables(const std::vector<std::shared_ptr<DualFunction>>& costs, 
   }
 }
 
-double run(ceres::Problem& problem, const SolverOptions& options,
-           ceres::IterationCallback& callback, const Search& search) {
+// Whether a single step of the solver's, which cannot be stopped, may take long.
+bool has_long_steps(const ceres::Problem& problem) {
+  constexpr double most_operations = 2e8;
+  // Each parameter brings a row of its own into the factorisation.
+  const double n = problem.NumParameters();
+  return n * n * (n + problem.NumResiduals()) > most_operations;
+}
+
+template <class Value>
+double run(const std::shared_ptr<Task<Value>>& task, const SolverOptions& options,
+           const SolverCallback<Value>& callback) {
   const auto n_iterations = require_count("n_iterations", options.n_iterations);
   ceres::Solver::Options solver_options;
   solver_options.linear_solver_type = ceres::DENSE_QR;
@@ -335,15 +399,31 @@ double run(ceres::Problem& problem, const SolverOptions& options,
   solver_options.num_threads = check_n_threads(options.n_threads);
   solver_options.minimizer_progress_to_stdout = options.debug;
   solver_options.logging_type = options.debug ? ceres::PER_MINIMIZER_ITERATION : ceres::SILENT;
-  solver_options.callbacks.push_back(&callback);
-  ceres::Solver::Summary summary;
-  const QuietLog quiet;
-  ceres::Solve(solver_options, &problem, &summary);
-  search.rethrow();
-  if (options.debug) {
-    std::cout << summary.FullReport() << std::endl;
+  solver_options.callbacks.push_back(&task->callback);
+  task->callback.set_function(callback ? &callback : nullptr);
+  const auto search = [task, solver_options] {
+    const QuietLog quiet;
+    ceres::Solve(solver_options, &task->problem, &task->summary);
+  };
+  if (has_long_steps(task->problem)) {
+    auto look = [&task] {
+      task->search.poll();
+      task->callback.serve();
+    };
+    try {
+      run_watched(search, PollRef(look));
+    } catch (...) {
+      task->search.abandon();
+      throw;
+    }
+  } else {
+    search();
   }
-  return summary.final_cost;
+  task->search.rethrow();
+  if (options.debug) {
+    std::cout << task->summary.FullReport() << std::endl;
+  }
+  return task->summary.final_cost;
 }
 
 }  // namespace
@@ -354,27 +434,25 @@ Solution<double> solve(const std::vector<std::shared_ptr<DualFunction>>& costs,
                        const SolverCallback<double>& callback) {
   require_variables(costs, variables.size());
   const auto n = static_cast<int>(variables.size());
-  Search search;
-  ceres::Problem problem;
-  std::vector<double> x;
+  const auto task = std::make_shared<Task<double>>();
+  std::vector<double>& x = task->values;
   x.reserve(variables.size());
   for (const auto& variable : variables) {
     variable->store(Jet(variable->scalar()));
     x.push_back(variable->scalar().a);
   }
-  problem.AddParameterBlock(x.data(), n);
+  task->problem.AddParameterBlock(x.data(), n);
   for (std::size_t i = 0; i < x.size(); ++i) {
     const std::string& name = variables[i]->name();
     const auto bounds = boundary.find(name);
     if (bounds != boundary.end()) {
-      set_bounds(problem, name, x.data(), i, bounds->second.first, bounds->second.second);
+      set_bounds(task->problem, name, x.data(), i, bounds->second.first, bounds->second.second);
     }
   }
-  ScalarCallback after_iteration(callback, x, search);
   Solution<double> solution;
-  add_residuals<Scalars>(problem, costs, {x.data()}, {variables.size()}, options.cauchy_loss,
-                         search);
-  solution.cost = run(problem, options, after_iteration, search);
+  add_residuals<Scalars>(task->problem, costs, {x.data()}, {variables.size()}, options.cauchy_loss,
+                         task->search);
+  solution.cost = run(task, options, callback);
   for (std::size_t i = 0; i < variables.size(); ++i) {
     solution.values[variables[i]->name()] = x[i];
   }
@@ -387,9 +465,8 @@ Solution<std::vector<double>> solve(const std::vector<std::shared_ptr<DualFuncti
                                     const SolverOptions& options,
                                     const SolverCallback<std::vector<double>>& callback) {
   require_variables(costs, variables.size());
-  Search search;
-  ceres::Problem problem;
-  std::vector<std::vector<double>> blocks;
+  const auto task = std::make_shared<Task<std::vector<double>>>();
+  std::vector<std::vector<double>>& blocks = task->values;
   std::vector<std::size_t> lengths;
   blocks.reserve(variables.size());
   lengths.reserve(variables.size());
@@ -413,7 +490,7 @@ Solution<std::vector<double>> solve(const std::vector<std::shared_ptr<DualFuncti
   for (std::size_t i = 0; i < blocks.size(); ++i) {
     std::vector<double>& block = blocks[i];
     parameters.push_back(block.data());
-    problem.AddParameterBlock(block.data(), static_cast<int>(block.size()));
+    task->problem.AddParameterBlock(block.data(), static_cast<int>(block.size()));
     const auto bounds = boundary.find(variables[i]->name());
     if (bounds == boundary.end()) {
       continue;
@@ -426,13 +503,13 @@ Solution<std::vector<double>> solve(const std::vector<std::shared_ptr<DualFuncti
           std::to_string(block.size()) + " values");
     }
     for (std::size_t k = 0; k < block.size(); ++k) {
-      set_bounds(problem, variables[i]->name(), block.data(), k, lower[k], upper[k]);
+      set_bounds(task->problem, variables[i]->name(), block.data(), k, lower[k], upper[k]);
     }
   }
-  VectorCallback after_iteration(callback, blocks, search);
   Solution<std::vector<double>> solution;
-  add_residuals<Vectors>(problem, costs, parameters, lengths, options.cauchy_loss, search);
-  solution.cost = run(problem, options, after_iteration, search);
+  add_residuals<Vectors>(task->problem, costs, parameters, lengths, options.cauchy_loss,
+                         task->search);
+  solution.cost = run(task, options, callback);
   for (std::size_t i = 0; i < variables.size(); ++i) {
     solution.values[variables[i]->name()] = blocks[i];
   }

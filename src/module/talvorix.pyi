@@ -72,6 +72,9 @@ class SpatialFunction:
         float
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def simulate(self, locs: _Locations, n_threads: _Integer = 0) -> list[float]:
         """Evaluate the function at every location, in parallel.
 
@@ -92,6 +95,13 @@ class EllipsoidInfo:
     """Ranges and angles read back from an anisotropy matrix, the ranges in descending order."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def azimuth(self) -> float:
         """Degrees, clockwise from +y toward +x."""
 
@@ -119,6 +129,11 @@ class Ellipsoid:
     its dip positive upward, and the rake turns the other two axes about it. A range of 0 reads as 1.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     @overload
     def __init__(self, anisotropy_matrix: _Matrix) -> None:
         """Make an ellipsoid from the matrix from real to isotropic space.
@@ -160,6 +175,8 @@ class Ellipsoid:
     def __init__(self, ellipsoid_info: EllipsoidInfo) -> None:
         """Make an ellipsoid from the ranges and angles of another one."""
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     @overload
     def backward(self, location: Sequence[_Real]) -> NDArray[np.float64]:
@@ -282,6 +299,11 @@ class Neighborhood:
     reaches further, and radius 1 is the ellipsoid's surface. Without one they are Euclidean.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     @overload
     def __init__(self, locations: _Locations, ellipsoid: Ellipsoid) -> None:
         """Build the structure for an anisotropic search.
@@ -301,6 +323,8 @@ class Neighborhood:
     def __init__(self, locations: _Locations) -> None:
         """Build the structure for a Euclidean search."""
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def find_neighbors(self, center: _Location, max_size: _Integer) -> list[int]:
         """Find the nearest locations, or those within a radius.
@@ -372,6 +396,14 @@ class Kernel:
         float
         """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class Covariance:
     """One structure of a covariance model. A model is a list of structures, nuggets included, and its
     covariance is their sum.
@@ -428,6 +460,13 @@ class Covariance:
             The sill times the kernel of the length of the lag in isotropic space.
         """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @property
     def ellipsoid(self) -> Ellipsoid:
         """Its ranges."""
@@ -443,6 +482,11 @@ class Covariance:
 class BoundingBox:
     """The axis-aligned hull of a list of points."""
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, corners: _Locations) -> None:
         """Make the hull of a list of points.
 
@@ -452,6 +496,8 @@ class BoundingBox:
             Any points. Without one the lower end is 1e30 and the upper one -1e30.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def corners(self) -> list[NDArray[np.float64]]:
         """The points it was made from."""
 
@@ -503,6 +549,11 @@ class CartesianGrid:
 
     @overload
     def __call__(self, i: _Integer) -> NDArray[np.float64]: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     @overload
     def __init__(
         self,
@@ -555,6 +606,8 @@ class CartesianGrid:
         rotation: _Location = ...,
     ) -> None: ...
     def __len__(self) -> int: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def bounding_box(self) -> BoundingBox:
         """The box of the corners."""
 
@@ -637,6 +690,11 @@ class BlockModel:
 
     @overload
     def __call__(self, i: _Integer) -> NDArray[np.float64]: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, base_grid: CartesianGrid, mask: _Flags) -> None:
         """Select the active cells of a grid.
 
@@ -654,6 +712,8 @@ class BlockModel:
         """
 
     def __len__(self) -> int: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def base_grid(self) -> CartesianGrid:
         """A copy of the grid."""
 
@@ -755,6 +815,10 @@ class SimulatorFactory:
         SpatialFunction
             What `FIM` or `TBSIM` makes of the model and the seed.
         """
+
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class SimulatorGenerator:
     """Makes one field after the other, each out of a seed.
@@ -951,11 +1015,21 @@ class SimulatorGenerator:
             It shares what the generator has simulated.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class RNG:
     """A random engine that successive draws advance: the 32-bit Mersenne Twister (Matsumoto and Nishimura
     1998) with its standard seeding.
     """
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
     def __init__(self, seed: _Integer) -> None:
         """Seed an engine.
 
@@ -965,10 +1039,15 @@ class RNG:
             Taken modulo 2^32.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class Distribution:
     """A source of random numbers, made by a factory such as `gaussian_distribution`."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
     def __call__(self, rng: RNG) -> float:
         """Draw one value.
 
@@ -982,6 +1061,12 @@ class Distribution:
         float
         """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def cdf(self, n: _Integer, seed: _Integer = 12515) -> tuple[list[float], list[float]]:
         """Draw an empirical distribution function.
 
@@ -1060,6 +1145,11 @@ class Distribution:
 class PDF:
     """Density and smoothed quantiles of a distribution, tabulated by a sorted sample of it."""
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, dist: Distribution, N: _Integer = 800000, seed: _Integer = 12145) -> None:
         """Draw the sample.
 
@@ -1077,6 +1167,8 @@ class PDF:
             When `N` is not positive.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def max(self) -> float:
         """Largest sample."""
 
@@ -1157,6 +1249,11 @@ class PDF:
 class CDF:
     """Probabilities and quantiles of a distribution, tabulated by a sorted sample of it."""
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, dist: Distribution, N: _Integer = 800000, seed: _Integer = 12145) -> None:
         """Draw the sample.
 
@@ -1174,6 +1271,8 @@ class CDF:
             When `N` is not positive.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def max(self) -> float:
         """Largest sample."""
 
@@ -1250,6 +1349,11 @@ class NScore:
     scores when the source is their `data_distribution` and the target a `gaussian_distribution`.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(
         self,
         source: Distribution,
@@ -1273,6 +1377,8 @@ class NScore:
             When `n` is not positive.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def backward(self, z: _Real) -> float:
         """Carry a value of the target back to the source; takes and returns what `forward` does."""
@@ -1337,9 +1443,18 @@ class Estimator:
             When `data_locs`, `data`, the neighborhood and the estimator's `dhids` are not equally many.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class LocalCovariances:
     """Covariance models of local areas, and how well each predicts the data there."""
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(
         self, centers: _Locations, covariances: Sequence[Sequence[Covariance]], errors: _Values
     ) -> None:
@@ -1360,6 +1475,8 @@ class LocalCovariances:
             When the lists are not equally long.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @property
     def centers(self) -> list[NDArray[np.float64]]:
         """The middle of each area."""
@@ -1379,6 +1496,11 @@ class ExperimentalVariogram:
     direction together, by ascending lag.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(
         self,
         lags: _Locations,
@@ -1408,6 +1530,8 @@ class ExperimentalVariogram:
             When an entry's direction is none of the directions.
         """
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def get_variogram(
         self, azimuth: _Real, dip: _Real
@@ -1540,11 +1664,21 @@ class CovarianceErrorFunction:
         float
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class EllipsoidOptimizationParameters:
     """Settings of `optimize_ellipsoid`, as fields that can be read and written; see
     `optimize_ellipsoid_using_idw` for what they mean.
     """
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
     def __init__(
         self,
         power_a: _Real = 3.0,
@@ -1565,6 +1699,8 @@ class EllipsoidOptimizationParameters:
     ) -> None:
         """Make settings. The field `max_partition_size` is spelt `max_partitions_size` here."""
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @property
     def debug(self) -> bool:
         """Whether progress is printed."""
@@ -1661,6 +1797,12 @@ class EllipsoidLBFGSParameters:
     `optimize_ellipsoid_using_kfold` for what they mean.
     """
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
     def __init__(
         self,
         regularization_const: _Real = 1.0,
@@ -1675,6 +1817,8 @@ class EllipsoidLBFGSParameters:
     ) -> None:
         """Make settings."""
 
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @property
     def cauchy_loss(self) -> float:
         """Scale of Cauchy's loss; below 1e-10 none."""
@@ -1735,6 +1879,11 @@ class Projection:
     distance times its beta. Everywhere the map lies between the smallest and the largest weight.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, parameters: _Values, kernel: str = "exponential") -> None:
         """Make the map of known parameters.
 
@@ -1752,6 +1901,7 @@ class Projection:
         """
 
     def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def forward(self, u: _Real) -> float:
         """Map a number.
@@ -1783,6 +1933,12 @@ class Projection:
 class IsomorphismParameters:
     """How an `Isomorphism` is fitted to samples. The fields are the arguments."""
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
     def __init__(
         self,
         kernel_forward: str = "exponential",
@@ -1832,6 +1988,7 @@ class IsomorphismParameters:
         """
 
     def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @property
     def cauchy_loss(self) -> float:
         """Scale of Cauchy's loss; 0 for none."""
@@ -1932,6 +2089,11 @@ class IsomorphismParameters:
 class Isomorphism:
     """A smooth map of numbers together with the way back: two `Projection`."""
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     @overload
     def __init__(self, parameters: tuple[_Values, _Values], kernel: str = "exponential") -> None:
         """Make the pair of known parameters, or of two maps.
@@ -1954,6 +2116,7 @@ class Isomorphism:
     @overload
     def __init__(self, forward_proj: Projection, backward_proj: Projection) -> None: ...
     def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def backward(self, u: _Real) -> float:
         """Map a number from target to source; takes and returns what `forward` does."""
@@ -2004,6 +2167,11 @@ class PPMT:
     that or, at random, any other. The maps are smooth and go on beyond the data.
     """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(
         self,
         data: _Table,
@@ -2059,6 +2227,7 @@ class PPMT:
         """
 
     def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     @overload
     def backward(self, u: Sequence[_Real]) -> list[float]:
         """Carry independent normal scores back to samples; takes and returns what `forward` does. The round
@@ -4518,8 +4687,10 @@ def simulate(
     """Condition a field to data.
 
     What the data differ from the field is estimated at the targets and added to the field there. Where
-    the estimator is exact at data, as kriging is, so is the result. The field and the data should have
-    one mean and one variance: transform the data to normal scores first, and the result back.
+    the estimator is exact at data, as kriging is, so is the result, but for a field with a nugget: that
+    part is drawn anew at the targets, so that a target at a datum differs from it by two draws. The
+    field and the data should have one mean and one variance: transform the data to normal scores first,
+    and the result back.
 
     Parameters
     ----------

@@ -283,8 +283,10 @@ void bind_conditioning(py::module_& m) {
 Condition a field to data.
 
 What the data differ from the field is estimated at the targets and added to the field there. Where
-the estimator is exact at data, as kriging is, so is the result. The field and the data should have
-one mean and one variance: transform the data to normal scores first, and the result back.
+the estimator is exact at data, as kriging is, so is the result, but for a field with a nugget: that
+part is drawn anew at the targets, so that a target at a datum differs from it by two draws. The
+field and the data should have one mean and one variance: transform the data to normal scores first,
+and the result back.
 
 Parameters
 ----------

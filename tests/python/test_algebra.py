@@ -2,6 +2,7 @@
 
 import gc
 import operator
+import threading
 
 import literal_algebra as literal
 import numpy as np
@@ -406,3 +407,30 @@ def test_what_ends_a_search(capfd):
     ):
         with pytest.raises(error, match=text):
             solve(*arguments)
+
+
+def test_a_search_of_long_steps():
+    """Its steps are taken on another thread, and whoever calls sees no difference."""
+    goal = np.where(np.arange(600) % 3, 1.0, -1.0)
+    wide = ast.Variable("wide", [0.0] * len(goal))
+    away = wide - list(goal)
+    costs, here, errors = [ast.Vector([wide], away * away)], threading.get_ident(), []
+
+    def search(answer):
+        def look(values):
+            assert threading.get_ident() == here
+            errors.append(np.abs(values[0] - goal).max())
+            return answer()
+
+        return solve(costs, [wide], {"": ([], [])}, validation_cb=look)
+
+    def stop():
+        raise Stop("here")
+
+    found, cost = search(lambda: True)
+    assert np.array(found["wide"]) == pytest.approx(goal, abs=1e-2) and cost < 1e-6
+    # Each step halves the way that is left.
+    assert len(errors) > 5 and np.divide(errors[1:], errors[:-1]) == pytest.approx(0.5, abs=1e-3)
+    assert search(bool)[0]["wide"] == [0.0] * len(goal)
+    with pytest.raises(Stop, match=r"^here$"):
+        search(stop)

@@ -157,6 +157,7 @@ LONG_CALLS = {
     "callbacks of a search": (
         "t.ceres.solve([t.jet.ast.Scalar([v], v * v)], [v], validation_cb=lambda _: sleep() or 1)"
     ),
+    "a step of a search": "t.ceres.solve([t.jet.ast.Vector([w], w * w)], [w], {'': ([], [])})",
     "a map": "fit_map(90, 1)",
     "a map of many centres": "fit_map(300, 0)",
     "a pair of maps": "t.optimize_isomorphism(*X.T[:2], t.IsomorphismParameters('idw', 130))",
@@ -196,6 +197,7 @@ def doubling(tree):
 def fit_map(n_centers, n_threads):
     sizes = 1000, 900, 999, 0, 2**30, n_threads, 1, False
     t.optimize_projection(X[:, 0], z, "gaussian", n_centers, -9, 9, 0.1, 9, -9, 9, *sizes)
+w = t.jet.ast.Variable("w", [0.5] * 4000)
 v = t.jet.ast.Variable("v", 1e9); sleep = lambda: time.sleep(0.2)
 print("ready", flush=True)
 try:

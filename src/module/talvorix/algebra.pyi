@@ -5,7 +5,7 @@
 """Numbers, vectors and matrices, plain or with derivatives, that formulas give."""
 
 from collections.abc import Iterator, Sequence
-from typing import Any, Protocol, TypeAlias, overload, type_check_only
+from typing import Any, ClassVar, Protocol, TypeAlias, overload, type_check_only
 
 import numpy as np
 from numpy.typing import NDArray
@@ -36,8 +36,14 @@ _JetMatrix: TypeAlias = JetMatrix | Sequence[Sequence[_Jet] | _RealArray]
 class Real:
     """A number. Its arithmetic takes and gives floats."""
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
     def __add__(self, arg0: _Real) -> float: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __float__(self) -> float: ...
+    def __getstate__(self) -> Any: ...
     def __init__(self, value: _Real) -> None:
         """Keep a number.
 
@@ -52,6 +58,7 @@ class Real:
     def __rmul__(self, arg0: _Real) -> float: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _Real) -> float: ...  # type: ignore[misc]
     def __rtruediv__(self, arg0: _Real) -> float: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _Real) -> float: ...
     def __truediv__(self, arg0: _Real) -> float: ...
@@ -64,9 +71,14 @@ class RealVector:
     """
 
     __array_ufunc__ = None
+    __hash__: ClassVar[None]  # type: ignore[assignment]
 
     def __add__(self, arg0: _RealVector) -> RealVector: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __getitem__(self, arg0: _Integer) -> float: ...
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, vector: _Values) -> None:
         """Keep a list of numbers.
@@ -92,6 +104,7 @@ class RealVector:
     @overload
     def __rmul__(self, arg0: _Real) -> RealVector: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _RealVector) -> RealVector: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _RealVector) -> RealVector: ...
     def __truediv__(self, arg0: _Real) -> RealVector: ...
@@ -126,9 +139,14 @@ class RealMatrix:
     """
 
     __array_ufunc__ = None
+    __hash__: ClassVar[None]  # type: ignore[assignment]
 
     def __add__(self, arg0: _RealMatrix) -> RealMatrix: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __getitem__(self, arg0: _Integer) -> RealVector: ...
+    def __getstate__(self) -> Any: ...
     def __init__(self, matrix: Sequence[_Values]) -> None:
         """Keep rows of numbers.
 
@@ -160,6 +178,7 @@ class RealMatrix:
     @overload
     def __rmul__(self, arg0: _RealVector) -> RealVector: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _RealMatrix) -> RealMatrix: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _RealMatrix) -> RealMatrix: ...
     @overload
@@ -195,8 +214,14 @@ class Jet:
     Its arithmetic takes `Jet` and float and gives `Jet`; the derivatives follow the rules of calculus.
     """
 
+    __hash__: ClassVar[None]  # type: ignore[assignment]
+
     def __add__(self, arg0: _Jet) -> Jet: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __float__(self) -> float: ...
+    def __getstate__(self) -> Any: ...
     def __init__(self, value: _Real) -> None:
         """Keep a number whose derivatives are 0.
 
@@ -211,6 +236,7 @@ class Jet:
     def __rmul__(self, arg0: _Jet) -> Jet: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _Jet) -> Jet: ...  # type: ignore[misc]
     def __rtruediv__(self, arg0: _Jet) -> Jet: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _Jet) -> Jet: ...
     def __truediv__(self, arg0: _Jet) -> Jet: ...
@@ -230,9 +256,14 @@ class JetVector:
     """
 
     __array_ufunc__ = None
+    __hash__: ClassVar[None]  # type: ignore[assignment]
 
     def __add__(self, arg0: _JetVector) -> JetVector: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __getitem__(self, arg0: _Integer) -> Jet: ...
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, vector: Sequence[_Jet]) -> None:
         """Keep a list of numbers.
@@ -258,6 +289,7 @@ class JetVector:
     @overload
     def __rmul__(self, arg0: _Jet) -> JetVector: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _JetVector) -> JetVector: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _JetVector) -> JetVector: ...
     def __truediv__(self, arg0: _Jet) -> JetVector: ...
@@ -292,9 +324,14 @@ class JetMatrix:
     """
 
     __array_ufunc__ = None
+    __hash__: ClassVar[None]  # type: ignore[assignment]
 
     def __add__(self, arg0: _JetMatrix) -> JetMatrix: ...
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
     def __getitem__(self, arg0: _Integer) -> JetVector: ...
+    def __getstate__(self) -> Any: ...
     def __init__(self, matrix: Sequence[Sequence[_Jet]]) -> None:
         """Keep rows of numbers.
 
@@ -326,6 +363,7 @@ class JetMatrix:
     @overload
     def __rmul__(self, arg0: _JetVector) -> JetVector: ...  # type: ignore[misc]
     def __rsub__(self, arg0: _JetMatrix) -> JetMatrix: ...  # type: ignore[misc]
+    def __setstate__(self, arg0: Any) -> None: ...
     def __str__(self) -> str: ...
     def __sub__(self, arg0: _JetMatrix) -> JetMatrix: ...
     @overload

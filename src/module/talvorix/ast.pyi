@@ -52,6 +52,10 @@ class ScalarFunction:
             When there are more of them than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class TransFunction:
     """A function of rows that gives a vector."""
 
@@ -75,6 +79,10 @@ class TransFunction:
             When there are more rows than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class KernelFunction:
     """A function of rows that gives a scalar."""
 
@@ -97,6 +105,10 @@ class KernelFunction:
         IndexError
             When there are more rows than arguments.
         """
+
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class ExpressionPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -135,6 +147,7 @@ class Expression:
     def __radd__(self, other: _Real) -> Transformation: ...  # type: ignore[misc]
     @overload
     def __radd__(self, other: _RealVector) -> Transformation: ...  # type: ignore[misc]
+    def __repr__(self) -> str: ...
     @overload
     def __rmul__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
@@ -244,6 +257,7 @@ class VariablePtr:
 class Variable(Expression):
     """A named node whose value can be changed."""
 
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, name: str, scalar: _Real) -> None:
         """Make a variable.
@@ -259,6 +273,8 @@ class Variable(Expression):
 
     @overload
     def __init__(self, name: str, vector: _RealVector) -> None: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def type(self) -> int:
         """What the variable yields at the moment.
 
@@ -285,6 +301,7 @@ class ValuePtr:
 class Value(Expression):
     """A constant."""
 
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, scalar: _Real) -> None:
         """Make a constant.
@@ -299,6 +316,7 @@ class Value(Expression):
 
     @overload
     def __init__(self, vector: _RealVector) -> None: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class TransformationPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -309,6 +327,8 @@ class Transformation(Expression):
     """What an operator or the call of a function makes."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
+    def __getstate__(self) -> Any: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class KernelPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -383,6 +403,8 @@ class Function(Expression):
     def __call__(self, args: _RealVector) -> _TransformationClass: ...
     @overload
     def __call__(self, args: _RealMatrix) -> _TransformationClass: ...
+    def __getstate__(self) -> Any: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class ScalarCost:
     """A function as a residual of scalars."""
@@ -407,6 +429,7 @@ class ScalarCost:
             When there are more of them than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
     def __init__(self, cost: Function) -> None:
         """Take a function for a residual.
 
@@ -414,6 +437,9 @@ class ScalarCost:
         ----------
         cost : Function
         """
+
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 def Scalar(args: Sequence[Variable], l: Expression) -> Function:
     """Make a function of a formula.

@@ -53,6 +53,11 @@ class SpectralData1D:
         SpectralData1D
         """
 
+    def __eq__(self, arg0: object) -> bool:
+        """Whether all fields are the same; a NaN is the same as another in its place."""
+
+    def __getstate__(self) -> Any: ...
+    def __hash__(self) -> int: ...
     def __init__(self, magnitude: _Values, phase: _Values) -> None:
         """Put a spectrum together from its polar form.
 
@@ -70,6 +75,7 @@ class SpectralData1D:
 
     def __len__(self) -> int: ...
     def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def backward(self) -> list[float]:
         """Take the series that has this spectrum.
 

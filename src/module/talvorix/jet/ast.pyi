@@ -51,6 +51,10 @@ class ScalarFunction:
             When there are more of them than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class TransFunction:
     """A function of rows that gives a vector."""
 
@@ -74,6 +78,10 @@ class TransFunction:
             When there are more rows than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class KernelFunction:
     """A function of rows that gives a scalar."""
 
@@ -96,6 +104,10 @@ class KernelFunction:
         IndexError
             When there are more rows than arguments.
         """
+
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class ExpressionPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -134,6 +146,7 @@ class Expression:
     def __radd__(self, other: _Jet) -> Transformation: ...  # type: ignore[misc]
     @overload
     def __radd__(self, other: _JetVector) -> Transformation: ...  # type: ignore[misc]
+    def __repr__(self) -> str: ...
     @overload
     def __rmul__(self, other: Expression) -> Transformation: ...  # type: ignore[misc]
     @overload
@@ -243,6 +256,7 @@ class VariablePtr:
 class Variable(Expression):
     """A named node whose value can be changed."""
 
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, name: str, scalar: _Jet) -> None:
         """Make a variable.
@@ -258,6 +272,8 @@ class Variable(Expression):
 
     @overload
     def __init__(self, name: str, vector: _JetVector) -> None: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
     def type(self) -> int:
         """What the variable yields at the moment.
 
@@ -284,6 +300,7 @@ class ValuePtr:
 class Value(Expression):
     """A constant."""
 
+    def __getstate__(self) -> Any: ...
     @overload
     def __init__(self, scalar: _Jet) -> None:
         """Make a constant.
@@ -298,6 +315,7 @@ class Value(Expression):
 
     @overload
     def __init__(self, vector: _JetVector) -> None: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class TransformationPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -308,6 +326,8 @@ class Transformation(Expression):
     """What an operator or the call of a function makes."""
 
     def __init__(self, no_constructor: Never, /) -> None: ...
+    def __getstate__(self) -> Any: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class KernelPtr:
     """The name of a shared handle of a node; nothing makes one."""
@@ -382,6 +402,8 @@ class Function(Expression):
     def __call__(self, args: _JetVector) -> _TransformationClass: ...
     @overload
     def __call__(self, args: _JetMatrix) -> _TransformationClass: ...
+    def __getstate__(self) -> Any: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 class ScalarCost:
     """A function as a residual of scalars."""
@@ -406,6 +428,7 @@ class ScalarCost:
             When there are more of them than arguments.
         """
 
+    def __getstate__(self) -> Any: ...
     def __init__(self, cost: Function) -> None:
         """Take a function for a residual.
 
@@ -413,6 +436,9 @@ class ScalarCost:
         ----------
         cost : Function
         """
+
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 def Scalar(args: Sequence[Variable], l: Expression) -> Function:
     """Make a function of a formula.

@@ -72,6 +72,10 @@ class UnconditionalSampler:
             When the table of the transiogram is empty or not square.
         """
 
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
+
 class ConditionalSampler:
     """Draws the class of a target from its neighbours."""
 
@@ -93,6 +97,10 @@ class ConditionalSampler:
         ValueError
             When the table of the transiogram is empty or not square.
         """
+
+    def __getstate__(self) -> Any: ...
+    def __repr__(self) -> str: ...
+    def __setstate__(self, arg0: Any) -> None: ...
 
 def simulation(
     target_locs: _Locations,
