@@ -707,13 +707,16 @@ def run(options):
         composites = read_composites(Path(table), job.columns, by_hole)
     else:
         composites = drill_campaign()
-    make_folder(folder)
-    if not table:
-        write_composites(folder / "composites.csv", composites, job.columns)
 
     centres = np.asarray(job.grid)
     reach, samples = plan_search(centres, composites, job.search, job.limits, n_threads)
     active = samples > 0
+    if not active.any():
+        least = job.limits["min_samples"]
+        raise InputError(f"search: no block has the {least} samples that min_samples asks for")
+    make_folder(folder)
+    if not table:
+        write_composites(folder / "composites.csv", composites, job.columns)
     blocks = talvorix.BlockModel(job.grid, active)
     columns, results = {"samples": samples}, {}
 

@@ -336,6 +336,7 @@ GOOD = {"--structure": "spherical 1 9 9 9", "--search": "9 9 9"} | {
         (None, {"--size": "5 0 5"}, ["size", "above 0"]),
         (None, {"--search": "9 9"}, ["search", "3 or 6 numbers"]),
         (None, {"--search": None}, ["search is missing", "--search"]),
+        (None, {"--origin": "90 0 0"}, ["search", "no block has the 4 samples"]),
         (None, {"--structure": None}, ["model is empty", "--structure"]),
         (None, {"--structure": "cubic 1 9 9 9"}, ["structure 1", "'cubic'", "spherical"]),
         (None, {"--structure": "spherical 1 9 9"}, ["--structure", "3 numbers", "expected"]),
