@@ -19,8 +19,10 @@ from __future__ import annotations
 import argparse
 import csv
 import math
+import os
 import sys
 import time
+from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -70,7 +72,7 @@ REQUIRED = {
 }
 # A limit per hole or octant thins the list of nearest samples, so a longer list is searched.
 CANDIDATES_WHEN_THINNED = 8
-CHUNK = 20_000
+CHUNK, QUERIES = 20_000, 1_000
 
 SEARCH_HELP = """\
 how samples are chosen:
@@ -420,13 +422,19 @@ def plan_search(blocks, composites, search, limits, n_threads):
     matrix = np.asarray(search.matrix())
     tree = cKDTree(composites.locations @ matrix.T)
     ranks = np.arange(1, min(limits["candidates"], len(composites.values)) + 1)
+
+    def nearest(places):
+        return tree.query(places, k=ranks, distance_upper_bound=1.0)
+
     reach = np.zeros(len(blocks), dtype=int)
     samples = np.zeros(len(blocks), dtype=int)
     for start in range(0, len(blocks), CHUNK):
         chunk = blocks[start : start + CHUNK]
-        distances, index = tree.query(
-            chunk @ matrix.T, k=ranks, distance_upper_bound=1.0, workers=n_threads or -1
-        )
+        # Not by workers of the tree: after Ctrl-C they would go on in memory that is freed.
+        with ThreadPoolExecutor(n_threads or os.cpu_count()) as pool:
+            parts = np.array_split(chunk @ matrix.T, math.ceil(len(chunk) / QUERIES))
+            found = list(pool.map(nearest, parts))
+        distances, index = map(np.concatenate, zip(*found, strict=True))
         inside = np.isfinite(distances).sum(axis=1)
         rows = np.flatnonzero(inside >= limits["min_samples"])
         if not len(rows):
