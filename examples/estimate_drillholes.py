@@ -23,6 +23,7 @@ import os
 import sys
 import time
 from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -72,6 +73,7 @@ REQUIRED = {
 }
 # A limit per hole or octant thins the list of nearest samples, so a longer list is searched.
 CANDIDATES_WHEN_THINNED = 8
+# Blocks that are worked on at a time. Short of memory, and soon enough to tell how far it is.
 CHUNK, QUERIES = 20_000, 1_000
 
 SEARCH_HELP = """\
@@ -428,7 +430,8 @@ def plan_search(blocks, composites, search, limits, n_threads):
 
     reach = np.zeros(len(blocks), dtype=int)
     samples = np.zeros(len(blocks), dtype=int)
-    for start in range(0, len(blocks), CHUNK):
+    starts = range(0, len(blocks), CHUNK)
+    for start in tracked(starts, "search of samples, part"):
         chunk = blocks[start : start + CHUNK]
         # Not by workers of the tree: after Ctrl-C they would go on in memory that is freed.
         with ThreadPoolExecutor(n_threads or os.cpu_count()) as pool:
@@ -479,7 +482,13 @@ def estimate(method, blocks, reach, composites, job, n_threads):
     # Blocks that need equally many nearest samples share a call.
     by_reach = np.argsort(reach, kind="stable")
     sizes, starts = np.unique(reach[by_reach], return_index=True)
-    for size, rows in zip(sizes.tolist(), np.split(by_reach, starts[1:]), strict=True):
+    calls = [
+        (size, rows)
+        for size, group in zip(sizes.tolist(), np.split(by_reach, starts[1:]), strict=True)
+        for rows in np.array_split(group, math.ceil(len(group) / CHUNK))
+    ]
+    counts = [len(rows) for _, rows in calls]
+    for size, rows in tracked(calls, f"{METHODS[method]} of {len(blocks):,} blocks", counts):
         targets = locations[rows]
         if method == "ordinary":
             estimates[rows], variances[rows] = talvorix.compute_ordinary_kriging(
@@ -611,6 +620,67 @@ def print_summary(composites, job, results):
         print(f"{seconds:>9.2f}{len(done) / seconds:>11,.0f}")
 
 
+# Command line ------------------------------------------------------------------------------------
+
+# What is being done, from the whole to its parts.
+STATUS = []
+
+
+def show_status():
+    """Show what is being done on the line of the cursor, over what was shown before.
+
+    Nothing is shown where the error stream is no terminal, so that logs hold results only. What
+    stands in for the stream, as in notebooks, would keep every line.
+    """
+    if sys.stderr is sys.__stderr__ and sys.stderr.isatty():
+        width = (os.get_terminal_size(sys.stderr.fileno()).columns or 80) - 1
+        line = ", ".join(STATUS)[:width]
+        print(f"\r{'':{width}}\r{line}", end="", file=sys.stderr, flush=True)
+
+
+@contextmanager
+def status(text):
+    """Show on a terminal what is being done within; nothing else may be printed there."""
+    depth = len(STATUS)
+    STATUS.append(text)
+    show_status()
+    try:
+        yield
+    finally:
+        del STATUS[depth:]
+        show_status()
+
+
+def tracked(items, text, sizes=None):
+    """Loop over a sequence and show how far the loop is: "text 3 of 8", with sizes "text: 35%"."""
+    total = sum(sizes) if sizes else len(items)
+    with status(text):
+        for number, item in enumerate(items):
+            done = f": {sum(sizes[:number]) / total:.0%}" if sizes else f" {number + 1} of {total}"
+            STATUS[-1] = text + done
+            show_status()
+            yield item
+
+
+def carry_out(run, options, name):
+    """Run a script and return its exit code.
+
+    It is 2 when what the user gave cannot be used, and 130, as shells expect, after Ctrl-C.
+    """
+    try:
+        try:
+            run(options)
+        finally:
+            STATUS.clear()
+            show_status()
+    except InputError as problem:
+        print(f"{name}: error: {problem}", file=sys.stderr)
+        return 2
+    except KeyboardInterrupt:
+        return 130
+    return 0
+
+
 ELLIPSOID = "R1 R2 R3 AZIMUTH DIP RAKE"
 DATA_OPTIONS = {
     "columns of the table": [(role, str, "NAME", None) for role in ROLES],
@@ -740,20 +810,15 @@ def run(options):
         if variances is not None:
             add_column(f"{method}_variance", variances)
     print_summary(composites, job, results)
-    write_blocks(folder, blocks, columns)
-    draw(folder / "estimates.png", job, composites, columns[job.methods[0]], job.methods[0])
+    with status("writing the results"):
+        write_blocks(folder, blocks, columns)
+        draw(folder / "estimates.png", job, composites, columns[job.methods[0]], job.methods[0])
     print(f"\nwritten: {folder / 'blocks.csv'}, blocks.npz, estimates.png")
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"estimate_drillholes.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "estimate_drillholes.py")
 
 
 if __name__ == "__main__":

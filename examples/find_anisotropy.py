@@ -30,6 +30,7 @@ from estimate_drillholes import (
     ELLIPSOID,
     KINDS,
     InputError,
+    carry_out,
     check_number,
     check_numbers,
     drill_campaign,
@@ -39,7 +40,9 @@ from estimate_drillholes import (
     read_composites,
     read_model,
     read_settings,
+    status,
     structure_table,
+    tracked,
     write_composites,
 )
 from variogram import longest_structure
@@ -169,6 +172,7 @@ def check_samples(composites, column):
 # Search ------------------------------------------------------------------------------------------
 
 
+@status("search of the ellipsoid")
 def find_ellipsoid(scaled, values, search):
     """Search for the ellipsoid that predicts best; return it and its error."""
     return talvorix.optimize_ellipsoid(
@@ -208,7 +212,7 @@ def find_sphere(scaled, values, search):
         talvorix.compute_ellipsoid_error_idw(
             sphere, kernel, folds, EVERYWHERE, *settings, n_threads=search.n_threads
         )
-        for sphere in spheres
+        for sphere in tracked(spheres, "isotropic ellipsoid")
     ]
     return spheres[int(np.argmin(errors))]
 
@@ -456,7 +460,7 @@ def run(options):
         ellipsoids["model"] = resized(model, 1 / diagonal)
     validations = {
         name: [validate(scaled, values, ellipsoid, search, kriging) for kriging in (False, True)]
-        for name, ellipsoid in ellipsoids.items()
+        for name, ellipsoid in tracked(ellipsoids.items(), "cross-validation of ellipsoid")
     }
     ellipsoids = {name: resized(ellipsoid, diagonal) for name, ellipsoid in ellipsoids.items()}
     print_tables(ellipsoids, validations)
@@ -465,14 +469,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"find_anisotropy.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "find_anisotropy.py")
 
 
 if __name__ == "__main__":

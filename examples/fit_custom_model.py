@@ -32,6 +32,7 @@ from estimate_drillholes import (
     DATA_OPTIONS,
     DEFAULTS,
     InputError,
+    carry_out,
     check_number,
     check_numbers,
     drill_campaign,
@@ -42,6 +43,7 @@ from estimate_drillholes import (
     read_composites,
     read_model,
     read_settings,
+    status,
     write_composites,
 )
 from scipy.optimize import least_squares
@@ -357,10 +359,11 @@ def fit_all(problem, lags, spoiled, cauchy, n_threads):
     fits = {}
     for name, given in (("measured", lags), ("spoiled", spoiled)):
         for loss, scale in zip(LOSSES, (0.0, cauchy), strict=True):
-            fits[name, loss] = (
-                fit_formula(problem, given, scale, n_threads),
-                fit_scipy(problem, given, scale),
-            )
+            with status(f"fit of {name} lags, {loss}"):
+                fits[name, loss] = (
+                    fit_formula(problem, given, scale, n_threads),
+                    fit_scipy(problem, given, scale),
+                )
     return fits
 
 
@@ -553,14 +556,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"fit_custom_model.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "fit_custom_model.py")
 
 
 if __name__ == "__main__":

@@ -22,7 +22,14 @@ from pathlib import Path
 import matplotlib.pyplot as plt
 import numpy as np
 import talvorix
-from estimate_drillholes import InputError, check_number, make_folder
+from estimate_drillholes import (
+    InputError,
+    carry_out,
+    check_number,
+    make_folder,
+    status,
+    tracked,
+)
 from find_anisotropy import find_ellipsoid, read_search, resized
 
 BOX = np.array([[0, 0, 0], [800, 200, 200]])
@@ -141,6 +148,7 @@ def make_deposit(n_holes, seed):
 # Models ------------------------------------------------------------------------------------------
 
 
+@status("fit of local ellipsoids")
 def fit_local(locations, values, fit, settings, n_threads):
     """Fit an ellipsoid to each of some areas of the samples; return them as local models."""
     centres, seed = settings["centres"], settings["seed"]
@@ -313,7 +321,7 @@ def validate(deposit, tested, fit, settings, n_threads):
         Errors of all local poles, in degrees.
     """
     estimates, seconds, angles = {}, np.zeros(2), []
-    for number in tested:
+    for number in tracked(tested, "fold"):
         left_out = deposit.holes % settings["folds"] == number
         models, taken = fit_all(deposit, ~left_out, fit, settings, n_threads)
         seconds += taken
@@ -455,11 +463,12 @@ def run(options):
     print_errors("samples of left-out holes", deposit.values[known], estimates)
 
     everything = np.full(len(deposit.values), True)
-    models, _ = fit_all(deposit, everything, fit, settings, n_threads)
-    fields = {
-        name: estimate(model, deposit.section, deposit, everything, n_threads)
-        for name, model in models.items()
-    }
+    with status("section"):
+        models, _ = fit_all(deposit, everything, fit, settings, n_threads)
+        fields = {
+            name: estimate(model, deposit.section, deposit, everything, n_threads)
+            for name, model in models.items()
+        }
     print_errors("section, from all holes", deposit.truth, fields)
     make_folder(folder)
     draw(folder / "local_anisotropy.png", deposit, models, fields)
@@ -467,14 +476,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"local_anisotropy.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "local_anisotropy.py")
 
 
 if __name__ == "__main__":

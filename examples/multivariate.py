@@ -30,7 +30,15 @@ from pathlib import Path
 import matplotlib.pyplot as plt
 import numpy as np
 import talvorix
-from estimate_drillholes import InputError, check_number, drill_campaign, make_folder, read_cell
+from estimate_drillholes import (
+    InputError,
+    carry_out,
+    check_number,
+    drill_campaign,
+    make_folder,
+    read_cell,
+    status,
+)
 from scipy import stats
 
 METALS = "copper", "nickel", "sulphur"
@@ -409,7 +417,8 @@ def run(options):
         flush=True,
     )
     start = time.perf_counter()
-    transform = Transform(fitted, options, options["threads"])
+    with status(f"fit of {options['steps']} steps to {len(fitted):,} samples"):
+        transform = Transform(fitted, options, options["threads"])
     seconds = time.perf_counter() - start
     print(f"{options['steps']} steps fitted to {options['scale']} in {seconds:.1f} s")
 
@@ -435,14 +444,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"multivariate.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "multivariate.py")
 
 
 if __name__ == "__main__":

@@ -33,6 +33,7 @@ from estimate_drillholes import (
     Composites,
     InputError,
     axes_of,
+    carry_out,
     check_number,
     check_numbers,
     drill_campaign,
@@ -43,6 +44,8 @@ from estimate_drillholes import (
     read_composites,
     read_job,
     read_settings,
+    status,
+    tracked,
     write_composites,
 )
 from scipy.fft import next_fast_len
@@ -338,7 +341,7 @@ def simulate(simulation, cells, samples, normal, job, n_threads):
     together = min(max(together, 1), BATCH)
     values = np.empty((shape[0], len(cells.centres)), np.float32)
     result = Result(values, [[], [], []], [[], [], []], 0.0, 0.0, 0.0)
-    for first in range(0, shape[0], together):
+    for first in tracked(range(0, shape[0], together), f"{shape[0]} realisations, batch"):
         start = time.perf_counter()
         batch = seeds[first : first + together]
         fields = [factory(structures, seed) for seed, _ in batch]
@@ -648,20 +651,15 @@ def run(options):
     result = simulate(simulation, cells, samples, normal, job, n_threads)
     summary = summarise(result.values, simulation.cutoff)
     print_summary(samples, simulation, cells, result)
-    write_results(folder, cells, result.values, summary)
-    draw(folder / "simulation.png", job, simulation, samples, cells, result, summary)
+    with status("writing the results"):
+        write_results(folder, cells, result.values, summary)
+        draw(folder / "simulation.png", job, simulation, samples, cells, result, summary)
     print(f"\nwritten: {folder / 'realisations.npz'}, summary.csv, simulation.png")
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"simulate_deposit.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "simulate_deposit.py")
 
 
 if __name__ == "__main__":

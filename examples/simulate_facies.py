@@ -30,12 +30,15 @@ import talvorix
 from estimate_drillholes import (
     InputError,
     axes_of,
+    carry_out,
     check_number,
     check_numbers,
     make_folder,
     number_list,
     read_cell,
     read_grid,
+    status,
+    tracked,
 )
 from matplotlib.colors import ListedColormap
 from scipy.optimize import least_squares
@@ -328,6 +331,7 @@ def correlation(transitions, shares):
     return (weights * slopes * shown).sum((1, 2)) / (weights * slopes**2).sum((1, 2))
 
 
+@status("fit of the model")
 def fit(samples, axes, ranges):
     """Fit the model to transitions within the layers and across them.
 
@@ -435,7 +439,7 @@ def simulate(samples, model, grid, realisations, neighbors, seed):
         talvorix.markov_chain.simulation(
             targets, places, data, table, ball, knn=neighbors, seed=number
         )
-        for number in seeds
+        for number in tracked(seeds, "realisation")
     ]
     return np.array(codes, np.int8), cells, settled
 
@@ -725,21 +729,16 @@ def run(options):
     print_summary(samples, model, codes, cells, settled, curves)
     print(f"{codes.size / seconds:,.0f} cells a second")
     probabilities = np.array([(codes == k).mean(axis=0) for k in range(kinds)])
-    write_results(folder, grid, codes, probabilities, samples.classes)
     shown = samples.classes.index(name)
-    draw(folder / "facies.png", samples, model, grid, codes, probabilities, shown, curves)
+    with status("writing the results"):
+        write_results(folder, grid, codes, probabilities, samples.classes)
+        draw(folder / "facies.png", samples, model, grid, codes, probabilities, shown, curves)
     print(f"\nwritten: {folder / 'facies.npz'}, facies.csv, facies.png")
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"simulate_facies.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "simulate_facies.py")
 
 
 if __name__ == "__main__":

@@ -29,6 +29,7 @@ from estimate_drillholes import (
     DATA_OPTIONS,
     DEFAULTS,
     InputError,
+    carry_out,
     check_number,
     check_numbers,
     drill_campaign,
@@ -39,6 +40,7 @@ from estimate_drillholes import (
     read_composites,
     read_model,
     read_settings,
+    status,
     write_composites,
 )
 
@@ -254,6 +256,7 @@ def draw_panel(panel, curve, direction, model_curve, variance, view):
     panel.text(0.98, 0.03, f"found {off} away", transform=panel.transAxes, ha="right", fontsize=8)
 
 
+@status("map of all directions")
 def compute_map(variogram, variance, map_lag):
     """Return polar angles, radii and semivariances by the variance, over the lower hemisphere."""
     azimuths = np.linspace(0, 360, 181)
@@ -385,6 +388,7 @@ def read_view(settings, model, composites, along):
     return View(settings["value"], directions, max_lag, map_lag)
 
 
+@status("variogram in all directions")
 def compute(settings, composites, n_threads):
     """Compute the experimental variogram of the samples in all directions."""
     settings = SEARCH_DEFAULTS | settings
@@ -450,14 +454,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"variogram.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "variogram.py")
 
 
 if __name__ == "__main__":

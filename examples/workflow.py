@@ -37,6 +37,7 @@ from estimate_drillholes import (
     InputError,
     Job,
     axes_of,
+    carry_out,
     check_number,
     check_numbers,
     estimate,
@@ -50,6 +51,7 @@ from estimate_drillholes import (
     read_limits,
     read_model,
     read_settings,
+    status,
     write_composites,
 )
 from find_anisotropy import Validation, axis_angle, check_samples, draw_scatter
@@ -223,6 +225,7 @@ def drill_known_body(seed=3):
 # Variogram and model -----------------------------------------------------------------------------
 
 
+@status("map of the variogram")
 def map_variogram(locations, values, size, n_threads):
     """Compute semivariances at lags in all directions from the map of a lattice, smoothed.
 
@@ -291,6 +294,7 @@ def map_variogram(locations, values, size, n_threads):
     return Lags(*rows)
 
 
+@status("fit")
 def fit_model(lags, variance, extent, size, own, n_threads):
     """Fit a covariance model, whose sills add up to the variance, to semivariances at lags."""
     weights = np.sqrt(lags.pairs)
@@ -599,11 +603,13 @@ def run(options):
         f"{len(values):,} samples, mean {values.mean():.4f}, variance {values.var():.4f}; "
         f"{composites.skipped:,} rows without a value skipped"
     )
-    lags, model = analyse(locations, values, own, n_threads)
+    with status("step 1 of 5: model of the values"):
+        lags, model = analyse(locations, values, own, n_threads)
     job = Job(columns, model, longest_structure(model), limits, grid, [], 0.0, None)
     samples = samples_in_reach(composites, job)
     normal = to_normal_scores(samples, job.search)
-    score_lags, score_model = analyse(samples.locations, normal.scores, own, n_threads)
+    with status("step 2 of 5: model of the scores"):
+        score_lags, score_model = analyse(samples.locations, normal.scores, own, n_threads)
     analyses = {
         "values": (lags, model, float(values.var())),
         "scores": (score_lags, score_model, float(normal.scores.var())),
@@ -612,7 +618,8 @@ def run(options):
     print(f"lattice cells of {shape}; {len(lags.pairs):,} lags fitted")
     models = {name: row[1] for name, row in analyses.items()}
     print_models(models | ({"known": known} if known else {}))
-    validations = validate(composites, models, own["seed"], n_threads)
+    with status("step 3 of 5: cross-validation"):
+        validations = validate(composites, models, own["seed"], n_threads)
     print_validations(validations)
     best = max(models, key=lambda name: validations[KRIGING + name].explained)
     print(f"the estimate takes the model of the {best}")
@@ -620,14 +627,15 @@ def run(options):
     job.search = longest_structure(job.model)
 
     centres = np.asarray(grid)
-    reach, _ = plan_search(centres, samples, job.search, limits, n_threads)
-    cells = Cells(grid, reach > 0, centres[reach > 0])
-    if not len(cells.centres):
-        raise InputError(
-            f"min_samples: no block has {limits['min_samples']} samples within the fitted ranges"
-        )
-    plain = replace(job, model=scaled(job.model, TINY))
-    estimates, _ = estimate("ordinary", cells.centres, reach[reach > 0], samples, plain, n_threads)
+    with status("step 4 of 5: block model"):
+        reach, _ = plan_search(centres, samples, job.search, limits, n_threads)
+        active = reach > 0
+        cells = Cells(grid, active, centres[active])
+        if not len(cells.centres):
+            least = limits["min_samples"]
+            raise InputError(f"min_samples: no block has {least} samples within the fitted ranges")
+        plain = replace(job, model=scaled(job.model, TINY))
+        estimates = estimate("ordinary", centres[active], reach[active], samples, plain, n_threads)
     simulation = Simulation(
         model=scale_model(score_model),
         method="turning-bands",
@@ -636,9 +644,10 @@ def run(options):
         seed=own["seed"],
         neighbors=2 * limits["max_samples"],
     )
-    result = simulate(simulation, cells, samples, normal, job, n_threads)
+    with status("step 5 of 5: simulation"):
+        result = simulate(simulation, cells, samples, normal, job, n_threads)
     cubes = {
-        "estimate": fill(cells, estimates),
+        "estimate": fill(cells, estimates[0]),
         "mean": fill(cells, result.values.mean(axis=0, dtype=float)),
         "std": fill(cells, result.values.std(axis=0, dtype=float)),
     }
@@ -658,14 +667,8 @@ def run(options):
 
 
 def main(argv=None):
-    """Run the script; return 2 when what the user gave cannot be used."""
-    options = parse_arguments(argv)
-    try:
-        run(options)
-    except InputError as problem:
-        print(f"workflow.py: error: {problem}", file=sys.stderr)
-        return 2
-    return 0
+    """Run the script and return its exit code."""
+    return carry_out(run, parse_arguments(argv), "workflow.py")
 
 
 if __name__ == "__main__":

@@ -1,11 +1,19 @@
 """The example scripts against brute-force searches, closed forms and bad input."""
 
+import contextlib
 import csv
+import fcntl
 import importlib
 import math
+import os
+import pty
 import re
+import signal
+import struct
 import subprocess
 import sys
+import termios
+import time
 from pathlib import Path
 
 import matplotlib.image
@@ -23,6 +31,7 @@ FACIES = SCRIPT.with_name("simulate_facies.py")
 MULTIVARIATE = SCRIPT.with_name("multivariate.py")
 WORKFLOW = SCRIPT.with_name("workflow.py")
 LOCAL = SCRIPT.with_name("local_anisotropy.py")
+COLUMNS_SHOWN = 40
 SEARCH = (60, 35, 25, 40, -20, 10)
 COLUMNS = ["--x", "XC", "--y", "YC", "--z", "ZC", "--value", "CU", "--hole", "BHID"]
 GRID = ["--origin", "-20 -10 -65", "--cells", "8 7 5", "--size", "20 22 16"]
@@ -42,8 +51,39 @@ structure = [
 def run_script(*arguments, script=SCRIPT):
     command = [sys.executable, str(script), *map(str, arguments)]
     done = subprocess.run(command, capture_output=True, text=True, timeout=300, check=False)
-    assert done.returncode == 0, done.stderr
+    # No status, either, where the error stream is no terminal.
+    assert (done.returncode, done.stderr) == (0, "")
     return done.stdout
+
+
+def run_on_terminal(script, *arguments, stop_at=None):
+    """Exit code, the states of the last line of a terminal, and the seconds after Ctrl-C.
+
+    Ctrl-C is sent once the line shows some text.
+    """
+    leader, follower = pty.openpty()
+    fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("4H", 24, COLUMNS_SHOWN, 0, 0))
+    command = [sys.executable, str(script), *map(str, arguments)]
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=follower)
+    os.close(follower)
+    received, sent = b"", math.nan
+    try:
+        # The end is an error of input, not an empty read.
+        with contextlib.suppress(OSError):
+            while True:
+                received += os.read(leader, 4096)
+                if stop_at and math.isnan(sent) and stop_at in received.decode():
+                    time.sleep(0.2)  # the status comes just before the work
+                    sent = time.monotonic()
+                    process.send_signal(signal.SIGINT)
+        code = process.wait(60)
+    finally:
+        process.kill()
+        os.close(leader)
+    lines = [""]
+    for text in received.decode().split("\r"):
+        lines.append(text + lines[-1][len(text) :])
+    return code, lines, time.monotonic() - sent
 
 
 @pytest.fixture(scope="module")
@@ -176,6 +216,20 @@ def test_demo_repeats_from_its_table_and_readme_code_runs(tmp_path, monkeypatch)
     inside = np.isfinite(estimates)
     data = np.genfromtxt(table, delimiter=",", names=True)["grade"]
     assert inside.all() and data.min() - 1 < estimates.min() < estimates.max() < data.max() + 1
+
+
+def test_a_terminal_shows_the_status_and_wipes_it(tmp_path):
+    code, lines, _ = run_on_terminal(SCRIPT, "--out", tmp_path, "--cells", "30 24 20")
+    assert code == 0 and any(line.startswith("ordinary kriging of ") for line in lines)
+    # A line that wraps could not be wiped.
+    assert max(map(len, lines)) < COLUMNS_SHOWN and not lines[-1].strip()
+
+
+@pytest.mark.parametrize(("script", "at"), [(SCRIPT, "search of samples"), (FACIES, "sation 2")])
+def test_ctrl_c_ends_an_example_at_once_and_quietly(tmp_path, script, at):
+    code, lines, seconds = run_on_terminal(script, "--out", tmp_path, stop_at=at)
+    assert code == 130 and seconds < 1.5
+    assert not lines[-1].strip() and "\n" not in "".join(lines)
 
 
 def read_directions(printed):
