@@ -106,8 +106,8 @@ struct FieldsOfSampler {
   }
 
  private:
-  static Fields plain(const char* name, Values parameters) {
-    return {name, std::move(parameters), std::nullopt, {}, {}};
+  static Fields plain(const char* name, const Values& parameters) {
+    return {name, parameters, std::nullopt, {}, {}};
   }
 };
 

@@ -300,7 +300,8 @@ LocalCovariances local_covariances_of(Locations centers, std::vector<double> err
                   "the models have more structures than there are");
     CovarianceModel& model = models.emplace_back();
     for (int k = 0; k < size; ++k, ++next) {
-      const Ellipsoid ellipsoid(Matrix3(Eigen::Map<const Matrix3>(&matrices[9 * next])));
+      const Matrix3 matrix = Eigen::Map<const Matrix3>(&matrices[9 * next]);
+      const Ellipsoid ellipsoid(matrix);
       model.push_back(
           {covariance_type_of(types[next]), sills[next], ellipsoid, kernel_of(kernels[next])});
     }
