@@ -394,7 +394,7 @@ def describe_angles(jobs, packages, report):
         structure = Structure("spherical", 1.0, *body)
         shown = [" ".join(f"{angle:g}" for angle in body[1])]
         for package in packages:
-            angles = np.asarray(function_of(package, "angles")(structure), dtype=float)
+            angles = np.asarray(function_of(package, "angles")(structure)) + 0.0  # no -0
             shown.append(" ".join(f"{angle:.2f}".rstrip("0").rstrip(".") for angle in angles))
         rows.append(shown)
     report.write("angles", ("Talvorix", *packages), rows)
