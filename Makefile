@@ -17,16 +17,19 @@ BIN := .venv/bin
 SETUP_STAMP := .venv/.setup
 BUILD_STAMP := .venv/.built
 DOCS_STAMP := .venv/.docs
+VALIDATION := build/validation
 # The environment's cmake and ninja, before any older ones of the system.
 TOOLS := PATH="$(CURDIR)/$(BIN):$$PATH"
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 
 DEMO_OUT ?= demo
-# Passed through: make test PYTEST_ARGS="-k kriging", make bench BENCH=variogram BENCH_ARGS="composites.csv".
+# Passed through: make test PYTEST_ARGS="-k kriging", make bench BENCH=variogram BENCH_ARGS="composites.csv",
+# make validation TABLE="composites.csv".
 PYTEST_ARGS ?=
 CTEST_ARGS ?=
 BENCH ?= kriging
 BENCH_ARGS ?=
+TABLE ?=
 
 # Folders count as sources too: theirs is the time that changes when a file goes away.
 MODULE_SOURCES := CMakeLists.txt pyproject.toml $(wildcard README.md LICENSE) \
@@ -36,7 +39,7 @@ CPP_FILES = $(shell find $(CPP_FOLDERS) -name '*.cpp' -o -name '*.h')
 TIDY_FILES = $(shell find src -name '*.cpp')
 
 .PHONY: help setup build demo test test-native test-python format format-check lint tidy \
-	sanitize sanitize-asan sanitize-tsan stubs docs bench clean distclean FORCE
+	sanitize sanitize-asan sanitize-tsan stubs docs bench validation clean distclean FORCE
 
 help: ## Say what each target does
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | \
@@ -131,6 +134,19 @@ $(DOCS_STAMP): scripts/requirements-docs.txt $(SETUP_STAMP)
 
 bench: $(BUILD_STAMP) ## Run a script of benchmarks/ (BENCH names it, BENCH_ARGS are passed on)
 	$(BIN)/python benchmarks/$(BENCH).py $(BENCH_ARGS)
+
+validation: $(BUILD_STAMP) $(VALIDATION)/.installed ## Do the same jobs with other packages and write the page's tables
+	OPENBLAS_NUM_THREADS=1 $(VALIDATION)/bin/python validation/validate.py $(if $(TABLE),--table "$(TABLE)")
+
+# An environment of their own, which takes the module and numpy from .venv: the packages bring many
+# others that nothing else needs.
+$(VALIDATION)/.installed: scripts/requirements-validation.txt $(SETUP_STAMP)
+	$(BIN)/python -m venv $(VALIDATION)
+	@$(BIN)/python -c 'import sysconfig; print(sysconfig.get_path("purelib"))' \
+		>"$$($(VALIDATION)/bin/python -c 'import sysconfig; print(sysconfig.get_path("purelib"))')/main.pth"
+	@echo "installing the Python packages of $<"
+	@$(VALIDATION)/bin/python -m pip install --quiet --no-input --disable-pip-version-check -r $< </dev/null
+	@touch $@
 
 clean: ## Remove what was built, but not .venv
 	rm -rf build dist $(DEMO_OUT) docs/reference docs/gallery docs/drawn .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)

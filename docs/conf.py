@@ -44,7 +44,7 @@ html_theme_options = {
     "show_nav_level": 1,
     "header_links_before_dropdown": 6,
 }
-html_sidebars = {"getting_started": [], "house": []}
+html_sidebars = {"getting_started": [], "validation": [], "house": []}
 
 sphinx_gallery_conf = {
     "examples_dirs": "../build/docs/examples",
