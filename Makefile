@@ -33,7 +33,7 @@ TABLE ?=
 
 # Folders count as sources too: theirs is the time that changes when a file goes away.
 MODULE_SOURCES := CMakeLists.txt pyproject.toml $(wildcard README.md LICENSE) \
-	$(shell find src cmake -type d -o -type f ! -name '.*')
+	$(shell find src cmake python -type d -o -type f ! -name '.*')
 CPP_FOLDERS := $(wildcard src tests benchmarks)
 CPP_FILES = $(shell find $(CPP_FOLDERS) -name '*.cpp' -o -name '*.h')
 TIDY_FILES = $(shell find src -name '*.cpp')
@@ -150,7 +150,7 @@ $(VALIDATION)/.installed: scripts/requirements-validation.txt $(SETUP_STAMP)
 
 clean: ## Remove what was built, but not .venv
 	rm -rf build dist $(DEMO_OUT) docs/reference docs/gallery docs/drawn .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)
-	find src tests examples tools benchmarks docs -name __pycache__ -prune -exec rm -rf {} + \
+	find src python tests examples tools benchmarks docs -name __pycache__ -prune -exec rm -rf {} + \
 		2>/dev/null || true
 
 distclean: clean ## Remove .venv as well

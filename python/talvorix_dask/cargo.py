@@ -48,6 +48,10 @@ def probe(run: str) -> list[float] | ValueError | TypeError:
         return problem
 
 
-def run_chunk(number: int, run: str) -> tuple[int, str, int]:
-    """Work on a chunk of a run."""
-    return _work_of(run).run(number)
+def run_chunk(number: int, run: str) -> None:
+    """Work on a chunk of a run, and tell the client of it.
+
+    It is told by an event, which the scheduler holds: a result would die with the worker, and be
+    waited for until a time-out.
+    """
+    get_worker().log_event(run, (number, *_work_of(run).run(number)))

@@ -117,8 +117,17 @@ def _rows(frame: Any, chosen: NDArray[np.bool_], most: int = SHOWN) -> str:
 def _numbers(frame: Any, name: str) -> NDArray[np.float64]:
     """Return a column as floats, NaN where it is empty."""
     column = frame[name]
-    pandas = require("pandas", "from_dataframe")
-    numbers = pandas.to_numeric(column, errors="coerce").to_numpy(dtype=float, na_value=np.nan)
+    if column.dtype.kind in "biuf":
+        numbers = column.to_numpy(dtype=float, na_value=np.nan)
+    else:
+        # Not pandas.to_numeric, which is a last bit off in some of the numbers that it reads.
+        cells = column.to_numpy(dtype=object)
+        empty = column.isna().to_numpy()
+        numbers = np.fromiter(
+            (np.nan if none else _number(cell) for cell, none in zip(cells, empty, strict=True)),
+            dtype=float,
+            count=len(cells),
+        )
     bad = np.isinf(numbers) | (np.isnan(numbers) & column.notna().to_numpy())
     if bad.any():
         cell = column.iloc[int(bad.argmax())]
@@ -126,6 +135,14 @@ def _numbers(frame: Any, name: str) -> NDArray[np.float64]:
             f"column {name!r}, {_rows(frame, bad, 1)}: expected a number, got {str(cell)!r}"
         )
     return numbers
+
+
+def _number(cell: Any) -> float:
+    """Return what is in a cell as a float, NaN when that is no number."""
+    try:
+        return float(cell)
+    except (TypeError, ValueError):
+        return np.nan
 
 
 def _tell_coincident(frame: Any, kept: NDArray[np.bool_], points: NDArray[np.float64]) -> None:

@@ -11,7 +11,7 @@ import uuid
 from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
-from typing import Any
+from typing import Any, NamedTuple
 
 import numpy as np
 import talvorix
@@ -66,6 +66,9 @@ class Estimation:
 
     def probe(self, targets: Values, n_threads: int) -> Values:
         return np.concatenate(self._call(targets, n_threads))
+
+    def count(self, batch: int, n_targets: int) -> int:
+        return n_targets
 
     def values(
         self, batch: int, targets: Values, n_threads: int
@@ -123,6 +126,9 @@ class Simulation:
         if self.conditioning:
             values = self._conditioned([first], targets, n_threads)[0]
         return values
+
+    def count(self, batch: int, n_targets: int) -> int:
+        return n_targets * len(self.seeds[batch * self.batch : (batch + 1) * self.batch])
 
     def values(
         self, batch: int, targets: Values, n_threads: int
@@ -210,6 +216,14 @@ class Mask:
         return flags
 
 
+class Report(NamedTuple):
+    """Blocks of a chunk that have values, the process that did it and its peak memory in bytes."""
+
+    blocks: int
+    process: str
+    memory: int
+
+
 @dataclass
 class Work:
     """All that a process needs for its chunks; made there once."""
@@ -255,30 +269,31 @@ class Work:
         self._chunks = tuple(description["chunks"])
         self._group, self._done = group, group[f"{stores.MARKERS}/done"]
 
-    def run(self, number: int) -> tuple[int, str, int]:
-        """Work on a chunk and write it; return its active blocks, the process and its memory."""
+    def run(self, number: int) -> Report:
+        """Work on a chunk and write it."""
         if self._group is None:
             self.open()
         place = np.unravel_index(number, self._done.shape)
-        if self._done[place]:
-            return 0, _process(), _peak_memory()
         batch, chunk = int(place[0]), np.array(place[1:])
         lower = chunk * self._chunks
         upper = np.minimum(lower + self._chunks, self.grid.number_of_cells)
         box = tuple(slice(int(a), int(b)) for a, b in zip(lower, upper, strict=True))
         centres = self.grid.centres(lower, upper)
         inside = self.mask.inside(lower, upper, centres)
-        targets, count = centres[inside], 0
+        targets = centres[inside]
+        count = self.method.count(batch, len(targets))
+        # Its last worker may have died after it had written all.
+        if self._done[place]:
+            return Report(count, _process(), _peak_memory())
         for name, leading, values in self.method.values(batch, targets, self.n_threads):
             cube = np.full(len(centres), np.nan)
             cube[inside] = values
             self._group[name][(*leading, *box)] = cube.reshape(upper - lower)
-            count = count + len(values) if leading else len(values)
         for axis, name in enumerate(stores.AXES):
             if batch == 0 and self._group[name].ndim == 3:
                 self._group[name][box] = centres[:, axis].reshape(upper - lower)
         self._done[place] = 1
-        return count, _process(), _peak_memory()
+        return Report(count, _process(), _peak_memory())
 
 
 def _process() -> str:
@@ -306,7 +321,7 @@ class _Here:
     def probe(self) -> list[float]:
         return self.work.probe()
 
-    def run(self, numbers: Sequence[int]) -> Iterator[tuple[int, str, int]]:
+    def run(self, numbers: Sequence[int]) -> Iterator[Report]:
         for number in numbers:
             yield self.work.run(number)
 
@@ -316,13 +331,20 @@ class _Cluster:
 
     def __init__(self, work: Work, client: Any, retries: int) -> None:
         self.client, self.retries = client, retries
+        self.told: dict[int, Report] = {}
         self.name = f"talvorix-{uuid.uuid4().hex}"
         self.cargo = require("talvorix_dask.cargo", "a run on workers")
         packed = require("cloudpickle", "a run on workers").dumps(work)
         client.register_plugin(self.cargo.Cargo(packed), name=self.name)
+        client.subscribe_topic(self.name, self._hear)
+
+    def _hear(self, event: tuple[float, tuple[int, int, str, int]]) -> None:
+        number, *report = event[1]
+        self.told[number] = Report(*report)
 
     def close(self) -> None:
         with contextlib.suppress(OSError, TimeoutError):
+            self.client.unsubscribe_topic(self.name)
             self.client.unregister_worker_plugin(self.name)
 
     def probe(self) -> list[float]:
@@ -331,7 +353,7 @@ class _Cluster:
             raise answer
         return answer
 
-    def run(self, numbers: Sequence[int]) -> Iterator[tuple[int, str, int]]:
+    def run(self, numbers: Sequence[int]) -> Iterator[Report]:
         distributed = require("distributed", "a run on workers")
         waiting, tries, of_key = iter(numbers), dict.fromkeys(numbers, 0), {}
 
@@ -352,18 +374,19 @@ class _Cluster:
         try:
             for future in completed:
                 number = of_key.pop(future.key)
-                if future.status == "finished":
-                    yield future.result()
-                    more = submit(1)
-                else:
-                    problem = future.exception() if future.status == "error" else None
+                if future.status == "error":
+                    problem = future.exception()
                     again = isinstance(problem, OSError | distributed.scheduler.KilledWorker)
                     tries[number] += 1
                     if not again or tries[number] > self.retries:
-                        raise RuntimeError(
-                            f"chunk {number} failed: {problem or future.status}"
-                        ) from problem
+                        raise RuntimeError(f"chunk {number} failed: {problem}") from problem
                     more = submit_all([number])
+                elif future.status == "cancelled":
+                    raise RuntimeError(f"chunk {number} was cancelled, not by this run")
+                else:
+                    # Finished; pending again when its worker has died since, which is no matter.
+                    yield self.told.get(number, Report(0, "", 0))
+                    more = submit(1)
                 for one in more:
                     completed.add(one)
         finally:

@@ -115,7 +115,7 @@ def compare(path: str, found: dict[str, Any], wanted: dict[str, Any]) -> None:
         if found.get(name) != wanted.get(name):
             raise ValueError(
                 f"store: {path} belongs to another run: its {name} is {found.get(name)}, here it "
-                f"is {wanted.get(name)}; choose another store, or overwrite=True to begin anew"
+                f"is {wanted.get(name)}; choose another store, or overwrite this one to begin anew"
             )
 
 
