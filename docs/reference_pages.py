@@ -1,4 +1,4 @@
-"""Write the pages of the reference from the module and its docstrings.
+"""Write the pages of the reference from the modules and their docstrings.
 
 Names are found by walking through the module, so that a new one gets its page by itself. It stands
 with the family whose bindings register it.
@@ -6,6 +6,7 @@ with the family whose bindings register it.
 
 from __future__ import annotations
 
+import inspect
 import re
 import types
 from collections.abc import Callable, Iterator
@@ -13,6 +14,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 import talvorix
+import talvorix_dask
 
 SOURCES = Path(__file__).resolve().parents[1] / "src"
 # In the order of the guide; a family that is not listed here comes after these.
@@ -150,6 +152,29 @@ def read_entry(name: str, thing: object) -> Entry:
     return Entry(name, "class", [Form([name], docstring)], [], shown)
 
 
+def read_python(name: str, thing: object) -> Entry:
+    """Describe a function or a class that is written in Python."""
+    text = inspect.getdoc(thing) or ""
+    if isinstance(thing, property):
+        return Entry(name, "property", [Form([name], text)])
+    if not isinstance(thing, type):
+        parameters = inspect.signature(thing).parameters.values()
+        shown = [p.replace(annotation=p.empty) for p in parameters if p.name not in ("self", "cls")]
+        signature = str(inspect.Signature(shown))
+        return Entry(name, "function", [Form([name + signature], text)])
+    entry = Entry(name, "class", [Form([name], text)])
+    for key, member in sorted(vars(thing).items(), key=lambda item: (item[0] != "__init__", item)):
+        own = getattr(member, "__func__", member)
+        # A record's methods are its machinery, without texts of their own.
+        written = inspect.isfunction(own) and own.__doc__ and own.__qualname__.startswith(name)
+        if isinstance(member, property) or (written and (key[0] != "_" or key[:2] == "__")):
+            part = read_python(key, own)
+            part.directive = "method" if part.directive == "function" else part.directive
+            part.flags = ["classmethod"] if isinstance(member, classmethod) else []
+            entry.members.append(part)
+    return entry
+
+
 def modules(root: types.ModuleType = talvorix) -> Iterator[types.ModuleType]:
     """Go through the module and its submodules."""
     yield root
@@ -190,6 +215,9 @@ def groups() -> dict[str, tuple[str, str, list[Entry]]]:
                 page = family_of(name, sources)
                 title = FAMILIES.get(page, page.capitalize())
             found.setdefault(page, (title, module.__name__, []))[2].append(read_entry(name, thing))
+    name = talvorix_dask.__name__
+    public = [read_python(key, getattr(talvorix_dask, key)) for key in talvorix_dask.__all__]
+    found[name] = name, name, public
     return found
 
 
@@ -227,7 +255,7 @@ def pages(render: Callable[[str], str] = str) -> dict[str, str]:
         directive = "currentmodule" if module == "talvorix" else "module"
         lines = [title, "=" * len(title), "", f".. py:{directive}:: {module}", ""]
         if module != "talvorix":
-            owner = next(m for m in modules() if m.__name__ == module)
+            owner = next(m for m in (*modules(), talvorix_dask) if m.__name__ == module)
             lines += [escape((owner.__doc__ or "").strip()), ""]
         lines += [".. list-table::", "   :widths: 35 65", ""] if entries else []
         for entry in entries:
@@ -243,7 +271,7 @@ def pages(render: Callable[[str], str] = str) -> dict[str, str]:
             written[f"{file}.rst"] = "\n".join([*head, *lay_out(entry, render)]) + "\n"
         written[f"{page}.rst"] = "\n".join(lines) + "\n"
     lines = ["Reference", "=========", "", ".. py:module:: talvorix", ""]
-    lines += ["All names of the module, from its own docstrings; ``help(talvorix.TBSIM)`` shows"]
+    lines += ["All names of both modules, from their docstrings; ``help(talvorix.TBSIM)`` shows"]
     lines += [
         "the same text in Python. Wherever locations are asked for, an array of shape (n, 3), a"
     ]

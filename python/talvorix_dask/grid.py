@@ -20,14 +20,20 @@ class Grid:
     It describes what `talvorix.CartesianGrid` describes, with the same numbering of the blocks, and
     its centres have the same bits; but it takes no memory, where a CartesianGrid keeps 24 bytes for
     every block.
+
+    Attributes
+    ----------
+    number_of_cells : tuple of 3 ints
+        Blocks along the three axes of the grid.
+    origin : numpy.ndarray, shape (3,)
+        Centre of the block (0, 0, 0).
+    edges : numpy.ndarray, shape (3, 3)
+        The three edges of the whole grid, as columns.
     """
 
     number_of_cells: tuple[int, int, int]
-    """Blocks along the three axes of the grid."""
     origin: NDArray[np.float64]
-    """Centre of the block (0, 0, 0), shape (3,)."""
     edges: NDArray[np.float64]
-    """The three edges of the whole grid as columns, shape (3, 3)."""
 
     def __init__(
         self,

@@ -31,20 +31,30 @@ TOGETHER = 10
 
 @dataclass(frozen=True)
 class Summary:
-    """What a run did."""
+    """What a run did.
+
+    Attributes
+    ----------
+    store : str
+        The store, as it was named.
+    blocks : int
+        Blocks that got values in this run, those of each realisation counted.
+    chunks : int
+        Chunks done in this run.
+    found_done : int
+        Chunks that the store held already.
+    seconds : float
+        Time from the first chunk to the last, without the start of workers.
+    memory : dict of str to int
+        Peak resident memory in bytes of each process that worked on chunks, by host and number.
+    """
 
     store: str
-    """The store, as it was named."""
     blocks: int
-    """Blocks that got values in this run, those of each realisation counted."""
     chunks: int
-    """Chunks done in this run."""
     found_done: int
-    """Chunks that the store held already."""
     seconds: float
-    """Time from the first chunk to the last, without the start of workers."""
     memory: dict[str, int] = field(default_factory=dict)
-    """Peak resident memory in bytes of each process that worked on chunks, by host and number."""
 
 
 # What is done with targets ------------------------------------------------------------------------
@@ -466,6 +476,8 @@ def _run(
     }
     if old:
         stores.compare(path, {k: v for k, v in old.items() if k not in ("format", "probe")}, wanted)
+    if old and stores.done_chunks(path).all():
+        return Summary(path, 0, 0, stores.done_chunks(path).size, 0.0)
     here = client is None and n_workers == 0
     work = Work(described, method, mask, path, int(not here) if n_threads is None else n_threads)
     with _runner(work, client, n_workers, retries) as runner:
