@@ -12,6 +12,7 @@ import talvorix
 from numpy.typing import ArrayLike, NDArray
 
 AXES = ("x", "y", "z")
+Triple = Sequence[int] | NDArray[np.integer[Any]]
 
 
 class Grid:
@@ -37,10 +38,10 @@ class Grid:
 
     def __init__(
         self,
-        number_of_cells: Sequence[int],
-        cell_size: Sequence[float],
-        origin: Sequence[float] = (0.0, 0.0, 0.0),
-        rotation: Sequence[float] = (90.0, 0.0, 0.0),
+        number_of_cells: ArrayLike,
+        cell_size: ArrayLike,
+        origin: ArrayLike = (0.0, 0.0, 0.0),
+        rotation: ArrayLike = (90.0, 0.0, 0.0),
     ) -> None:
         """Describe a grid.
 
@@ -136,7 +137,7 @@ class Grid:
         return f"<Grid of {counts} blocks from {self.origin.tolist()}>"
 
     def centres(
-        self, lower: Sequence[int] = (0, 0, 0), upper: Sequence[int] | None = None
+        self, lower: Triple = (0, 0, 0), upper: Triple | None = None
     ) -> NDArray[np.float64]:
         """Return the centres of a box of blocks.
 
@@ -164,7 +165,7 @@ class Grid:
         return centres.reshape(-1, 3)
 
     def _coordinate(
-        self, row: NDArray[np.float64], axis: int, lower: Sequence[int], shape: Sequence[int]
+        self, row: NDArray[np.float64], axis: int, lower: Triple, shape: Triple
     ) -> NDArray[np.float64]:
         """Return a coordinate of a box, with length 1 along the axes that it does not vary on."""
         u, v, w = (

@@ -91,7 +91,8 @@ class WithinReach:
             self.n_threads,
         )
         offsets = centres - self.locations[np.asarray(numbers).astype(int)]
-        return np.linalg.norm(offsets @ np.asarray(self.search.matrix()).T, axis=1) <= 1.0
+        lengths: Values = np.linalg.norm(offsets @ np.asarray(self.search.matrix()).T, axis=1)
+        return lengths <= 1.0
 
 
 @dataclass

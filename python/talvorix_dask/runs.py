@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import contextlib
+import itertools
 import math
 import os
 import socket
@@ -19,7 +20,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from talvorix_dask import store as stores
 from talvorix_dask.extras import require
-from talvorix_dask.grid import Grid, active_cells
+from talvorix_dask.grid import AXES, Grid, Triple, active_cells
 
 Values = NDArray[np.float64]
 # Targets of one call: the interpreter stands still meanwhile, and with it what a worker answers.
@@ -210,7 +211,15 @@ class Mask:
             raise TypeError(f"where: expected booleans, got {flags.dtype}")
         self.bits = np.packbits(flags.reshape(grid.number_of_cells), axis=2)
 
-    def inside(self, lower: Sequence[int], upper: Sequence[int], centres: Values) -> Any:
+    def fingerprint(self, label: str) -> str:
+        """Return what tells it from other masks; a label stands in for a function."""
+        if self.bits is not None:
+            return stores.fingerprint(self.bits)
+        if self.function is None:
+            return "all blocks"
+        return "a function" if label else stores.fingerprint(self.function)
+
+    def inside(self, lower: Triple, upper: Triple, centres: Values) -> Any:
         """Return the chosen blocks of a box as a selection of its centres."""
         if self.bits is not None:
             rows = np.unpackbits(self.bits[lower[0] : upper[0], lower[1] : upper[1]], axis=2)
@@ -255,9 +264,10 @@ class Work:
     def probe(self) -> list[float]:
         """Return values of a few blocks, by which processes and runs are held to agree."""
         n = len(self.grid)
-        corners = [np.unravel_index(i, self.grid.number_of_cells) for i in (0, n // 2, n - 1)]
-        centres = [self.grid.centres(cell, np.add(cell, 1)) for cell in corners]
-        return self.method.probe(np.concatenate(centres), self.n_threads).tolist()
+        cells = np.unravel_index((0, n // 2, n - 1), self.grid.number_of_cells)
+        centres = [self.grid.centres(cell, cell + 1) for cell in np.transpose(cells)]
+        values = self.method.probe(np.concatenate(centres), self.n_threads)
+        return [float(value) for value in values]
 
     def open(self) -> None:
         """Open the store, once it is known that this process gives what the first one gave."""
@@ -299,7 +309,7 @@ class Work:
             cube = np.full(len(centres), np.nan)
             cube[inside] = values
             self._group[name][(*leading, *box)] = cube.reshape(upper - lower)
-        for axis, name in enumerate(stores.AXES):
+        for axis, name in enumerate(AXES):
             if batch == 0 and self._group[name].ndim == 3:
                 self._group[name][box] = centres[:, axis].reshape(upper - lower)
         self._done[place] = 1
@@ -349,8 +359,8 @@ class _Cluster:
         client.subscribe_topic(self.name, self._hear)
 
     def _hear(self, event: tuple[float, tuple[int, int, str, int]]) -> None:
-        number, *report = event[1]
-        self.told[number] = Report(*report)
+        number, blocks, process, memory = event[1]
+        self.told[number] = Report(blocks, process, memory)
 
     def close(self) -> None:
         with contextlib.suppress(OSError, TimeoutError):
@@ -358,17 +368,18 @@ class _Cluster:
             self.client.unregister_worker_plugin(self.name)
 
     def probe(self) -> list[float]:
-        answer = self.client.submit(self.cargo.probe, self.name, pure=False).result()
+        answer: Any = self.client.submit(self.cargo.probe, self.name, pure=False).result()
         if isinstance(answer, Exception):
             raise answer
-        return answer
+        return list(answer)
 
     def run(self, numbers: Sequence[int]) -> Iterator[Report]:
         distributed = require("distributed", "a run on workers")
-        waiting, tries, of_key = iter(numbers), dict.fromkeys(numbers, 0), {}
+        waiting, tries = iter(numbers), dict.fromkeys(numbers, 0)
+        of_key: dict[str, int] = {}
 
         def submit(count: int) -> list[Any]:
-            return submit_all([number for number, _ in zip(waiting, range(count), strict=False)])
+            return submit_all([*itertools.islice(waiting, count)])
 
         def submit_all(chosen: list[int]) -> list[Any]:
             # The scheduler takes tasks in the order of their keys.
@@ -470,9 +481,7 @@ def _run(
         "outputs": list(names),
         "chunks": list(shape),
         **compared,
-        "where": "all blocks"
-        if where is None
-        else stores.fingerprint(mask.bits if mask.function is None else where),
+        "where": mask.fingerprint(label=compared["label"]),
     }
     if old:
         stores.compare(path, {k: v for k, v in old.items() if k not in ("format", "probe")}, wanted)
@@ -486,11 +495,13 @@ def _run(
             stores.create(path, described, names, shape, seeds, batch, {**wanted, "probe": probe})
         done = stores.done_chunks(path)
         todo = np.flatnonzero(~done.ravel()).tolist()
-        blocks, memory, begun = 0, {}, time.perf_counter()
+        blocks, begun = 0, time.perf_counter()
+        memory: dict[str, int] = {}
         with _bar(progress, done.size, done.size - len(todo)) as bar:
             for count, process, peak in runner.run(todo):
                 blocks += count
-                memory[process] = max(peak, memory.get(process, 0))
+                if process:
+                    memory[process] = max(peak, memory.get(process, 0))
                 bar.set_postfix_str(
                     f"{blocks / (time.perf_counter() - begun):,.0f} blocks/s", False
                 )

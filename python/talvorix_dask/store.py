@@ -173,4 +173,4 @@ def create(
 
 def done_chunks(path: str) -> NDArray[np.bool_]:
     """Return which chunks are done, by batch and by their numbers along the three axes."""
-    return np.asarray(open_group(path, "r")[f"{MARKERS}/done"][...]) != 0
+    return np.asarray(open_group(path, "r")[f"{MARKERS}/done"][...], dtype=bool)

@@ -84,7 +84,8 @@ def test_centres_have_the_bits_of_the_grid():
             np.testing.assert_array_equal(grid.centres(lower, upper), part)
 
 
-def test_a_killed_worker_changes_nothing(client, tmp_path):
+def test_a_killed_worker_changes_nothing(client, tmp_path, monkeypatch):
+    monkeypatch.setattr("talvorix_dask.runs.WINDOW", 5)
     (calls := tmp_path / "calls").mkdir()
     before = set(client.run(os.getpid).values())
     done = td.estimate(
@@ -363,6 +364,15 @@ def test_the_command_line_estimates_a_table_and_names_what_is_wrong(tmp_path):
     ):
         assert problem in command(tmp_path, *arguments, code=2)
     assert not (tmp_path / "n.zarr").exists()
+
+
+def test_the_example_agrees_with_a_plain_call(tmp_path):
+    script = Path(__file__).resolve().parents[2] / "examples" / "huge_model.py"
+    line = [sys.executable, str(script), "--blocks", "9000", "--workers", "0", "--out", tmp_path]
+    for said in ("4 chunks in", "4 chunks were in the store already"):
+        ran = subprocess.run(line, capture_output=True, text=True, check=True)
+        assert said in ran.stdout and "off by 0" in ran.stdout and not ran.stderr
+    assert (tmp_path / "huge_model.png").stat().st_size > 10_000
 
 
 def test_without_the_extra_the_package_imports_and_says_what_is_missing(tmp_path):
