@@ -254,12 +254,10 @@ class Work:
     n_threads: int
 
     def __post_init__(self) -> None:
-        self._group: Any = None
+        # Opened once: looking an array up in a store reads files.
+        self._arrays: dict[str, Any] = {}
         self._done: Any = None
         self._chunks: tuple[int, ...] = ()
-
-    def __getstate__(self) -> dict[str, Any]:
-        return self.__dict__ | {"_group": None, "_done": None}
 
     def probe(self) -> list[float]:
         """Return values of a few blocks, by which processes and runs are held to agree."""
@@ -287,11 +285,13 @@ class Work:
                 "depends on n_threads: give a number that every worker has processors for, not 0"
             )
         self._chunks = tuple(description["chunks"])
-        self._group, self._done = group, group[f"{stores.MARKERS}/done"]
+        self._done = group[f"{stores.MARKERS}/done"]
+        large = [axis for axis in AXES if group[axis].ndim == 3]
+        self._arrays = {name: group[name] for name in (*description["outputs"], *large)}
 
     def run(self, number: int) -> Report:
         """Work on a chunk and write it."""
-        if self._group is None:
+        if self._done is None:
             self.open()
         place = np.unravel_index(number, self._done.shape)
         batch, chunk = int(place[0]), np.array(place[1:])
@@ -308,10 +308,10 @@ class Work:
         for name, leading, values in self.method.values(batch, targets, self.n_threads):
             cube = np.full(len(centres), np.nan)
             cube[inside] = values
-            self._group[name][(*leading, *box)] = cube.reshape(upper - lower)
+            self._arrays[name][(*leading, *box)] = cube.reshape(upper - lower)
         for axis, name in enumerate(AXES):
-            if batch == 0 and self._group[name].ndim == 3:
-                self._group[name][box] = centres[:, axis].reshape(upper - lower)
+            if batch == 0 and name in self._arrays:
+                self._arrays[name][box] = centres[:, axis].reshape(upper - lower)
         self._done[place] = 1
         return Report(count, _process(), _peak_memory())
 
@@ -407,7 +407,8 @@ class _Cluster:
                 else:
                     # Finished; pending again when its worker has died since, which is no matter.
                     yield self.told.get(number, Report(0, "", 0))
-                    more = submit(1)
+                    # Many at a time: handing them over one by one would take longer than some.
+                    more = submit(WINDOW // 2) if len(of_key) <= WINDOW // 2 else []
                 for one in more:
                     completed.add(one)
         finally:
