@@ -150,7 +150,8 @@ def run(options):
 
 def main(argv=None):
     """Run the script; return 2 when what the user gave cannot be used."""
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    description = "Estimate twenty million blocks on several processes."
+    parser = argparse.ArgumentParser(description=description)
     options = {
         "blocks": (int(BLOCKS.prod()), "blocks, about"),
         "workers": (2, "processes; 0 works in this one"),

@@ -247,8 +247,10 @@ def estimate(options: dict[str, Any]) -> None:
         count = write_table(out, job.grid, {name: group[name] for name in job.outputs})
         shutil.rmtree(place)
         print(f"wrote {count:,} blocks with an estimate to {out}")
-    else:
+    elif summary.chunks:
         print(f"wrote {summary.blocks:,} blocks with an estimate to {out}")
+    else:
+        print(f"nothing left to do: {out} is complete")
     peak = max(summary.memory.values(), default=0)
     if summary.blocks:
         print(
