@@ -18,6 +18,7 @@ import numpy as np
 import talvorix
 from numpy.typing import ArrayLike, NDArray
 
+from talvorix_dask import noise
 from talvorix_dask import store as stores
 from talvorix_dask.extras import require
 from talvorix_dask.grid import AXES, Grid, Triple, active_cells
@@ -120,8 +121,10 @@ class Simulation:
         seeds: Sequence[int],
         batch: int,
         conditioning: tuple[Any, Any, Any, Any] | None,
+        nugget: float,
     ) -> None:
         self.generator, self.seeds, self.batch = generator, tuple(seeds), batch
+        self.deviation = math.sqrt(nugget)
         self.conditioning = conditioning
         self._made: tuple[int, list[Any]] = -1, []
 
@@ -131,11 +134,12 @@ class Simulation:
         if not np.array_equal(values, first.simulate(targets, n_threads), equal_nan=True):
             raise ValueError(
                 "generator: its fields have another value each time they are evaluated, so that "
-                "realisations would depend on the chunks; leave out the nugget, and ranges that "
-                "are tiny beside the grid, which turning bands replace by white noise"
+                "realisations would depend on the chunks; leave the nugget out of the model and "
+                "give its sill as nugget; likewise structures with ranges that are tiny beside "
+                "the grid, which turning bands replace by white noise"
             )
         if self.conditioning:
-            values = self._conditioned([first], targets, n_threads)[0]
+            values = self._conditioned(0, [first], targets, n_threads)[0]
         return values
 
     def count(self, batch: int, n_targets: int) -> int:
@@ -149,7 +153,7 @@ class Simulation:
             # Each call evaluates the fields at the data as well.
             step = max(TARGETS, 4 * len(self.conditioning[3]))
             pieces = [
-                self._conditioned(fields, targets[first : first + step], n_threads)
+                self._conditioned(start, fields, targets[first : first + step], n_threads)
                 for first in range(0, len(targets), step)
             ]
             for k in range(len(fields)):
@@ -166,12 +170,33 @@ class Simulation:
             ]
             yield "simulated", (start + k,), np.concatenate([np.empty(0), *pieces])
 
-    def _conditioned(self, fields: list[Any], targets: Values, n_threads: int) -> list[Values]:
+    def noise(
+        self, realisation: int, grid: Grid, lower: Sequence[int], upper: Sequence[int]
+    ) -> Values | float:
+        """Return the nugget's part of a realisation in a box of blocks."""
+        if self.deviation == 0:
+            return 0.0
+        seed = self.seeds[realisation]
+        return self.deviation * noise.of_box(seed, grid.number_of_cells, lower, upper)
+
+    def _conditioned(
+        self, start: int, fields: list[Any], targets: Values, n_threads: int
+    ) -> list[Values]:
+        """Condition the fields of consecutive realisations, without the nugget at the targets."""
         assert self.conditioning
         estimator, neighborhood, data_locs, data = self.conditioning
-        made = talvorix.simulate(
-            estimator, targets, neighborhood, data_locs, data, fields, n_threads
-        )
+        if self.deviation == 0:
+            made = talvorix.simulate(
+                estimator, targets, neighborhood, data_locs, data, fields, n_threads
+            )
+            return [np.asarray(values, dtype=float) for values in made]
+        # The data differ from the field and its noise by what differs from one field to the next.
+        made = []
+        for seed, one in zip(self.seeds[start:], fields, strict=False):
+            rest = data - self.deviation * noise.draw(seed, noise.DATA, 0, len(data))
+            made.append(
+                talvorix.simulate(estimator, targets, neighborhood, data_locs, rest, one, n_threads)
+            )
         return [np.asarray(values, dtype=float) for values in made]
 
     def _fields(self, batch: int) -> list[Any]:
@@ -308,6 +333,8 @@ class Work:
         for name, leading, values in self.method.values(batch, targets, self.n_threads):
             cube = np.full(len(centres), np.nan)
             cube[inside] = values
+            if isinstance(self.method, Simulation):
+                cube += self.method.noise(leading[0], self.grid, lower, upper)
             self._arrays[name][(*leading, *box)] = cube.reshape(upper - lower)
         for axis, name in enumerate(AXES):
             if batch == 0 and name in self._arrays:
@@ -622,6 +649,7 @@ def simulate(
     neighborhood: Any = None,
     data_locs: ArrayLike | None = None,
     data: ArrayLike | None = None,
+    nugget: float = 0.0,
     batch: int | None = None,
     where: Any = None,
     chunks: Sequence[int] | None = None,
@@ -654,6 +682,11 @@ def simulate(
         "seed".
     estimator, neighborhood, data_locs, data : optional
         As for `talvorix.simulate`: all of them to condition the realisations to data, or none.
+    nugget : float, default 0
+        Sill of a nugget that is added to the fields, at least 0; the model of `generator` has none.
+        It is white noise that depends on the seed and the number of the block alone. A block whose
+        centre is at a datum departs from it by the noise. Conditioning then weighs the data for
+        each realisation anew.
     batch : int, optional
         Realisations that are worked on together, whose fields a worker holds at a time; by default
         1 without data and 10 with, since data are then weighed once for all of them.
@@ -666,7 +699,7 @@ def simulate(
     ------
     ValueError
         As for `estimate`; also when fields have another value each time they are evaluated, as with
-        a nugget, because realisations would depend on the chunks.
+        a nugget in their model, because realisations would depend on the chunks.
     RuntimeError
         When a chunk fails, or a worker's field differs from that of the first one.
     """
@@ -683,11 +716,15 @@ def simulate(
     if together < 1:
         raise ValueError(f"batch: expected at least 1, got {batch}")
     together = min(together, len(numbers))
+    sill = float(nugget)
+    if not 0 <= sill < math.inf:
+        raise ValueError(f"nugget: expected a number of at least 0, got {nugget!r}")
     compared = {
         "label": label,
         "generator": "" if label else stores.fingerprint(generator),
         "seeds": numbers,
         "batch": together,
+        "nugget": sill,
     }
     conditioning = None
     if not missing:
@@ -698,7 +735,7 @@ def simulate(
             name: "" if label and name == "estimator" else stores.fingerprint(part)
             for name, part in zip(names, conditioning, strict=True)
         }
-    method = Simulation(generator, numbers, together, conditioning)
+    method = Simulation(generator, numbers, together, conditioning, sill)
     return _run(
         "simulate", grid, store, method, ["simulated"], compared, where=where, chunks=chunks,
         n_threads=n_threads, client=client, n_workers=n_workers, overwrite=overwrite,

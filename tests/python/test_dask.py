@@ -9,8 +9,10 @@ from pathlib import Path
 
 import numpy as np
 import pytest
+import scipy.stats
 import talvorix as tx
 import talvorix_dask as td
+from talvorix_dask import noise
 
 pd, xr, zarr = (pytest.importorskip(name) for name in ("pandas", "xarray", "zarr"))
 distributed = pytest.importorskip("distributed")
@@ -182,6 +184,43 @@ def test_realisations_are_those_of_one_call(client, tmp_path, generator):
     np.testing.assert_array_equal(opened(store, "simulated"), expected)
 
 
+def test_a_nugget_is_noise_of_seed_and_block(tmp_path):
+    seeds, sill = [3, -1], 0.3
+    conditioned = {"estimator": KRIGING, "neighborhood": AROUND, "data_locs": X, "data": Z}
+
+    def realisations(name, **how):
+        td.simulate(GRID, FIELDS, seeds, tmp_path / name, n_workers=0, **how)
+        return opened(tmp_path / name, "simulated")
+
+    added = realisations("a", nugget=sill, chunks=CHUNKS) - realisations("b")
+    np.testing.assert_allclose(
+        realisations("c", nugget=sill, chunks=(2, 3, COUNTS[2])) - added, realisations("b"),
+        atol=1e-12,
+    )  # fmt: skip
+    # Standard normal, and without memory along any axis or from seed to seed.
+    many = np.stack([noise.of_box(seed, (50, 60, 70), (0, 0, 0), (50, 60, 70)) for seed in seeds])
+    assert scipy.stats.kstest(many.ravel(), "norm").pvalue > 1e-3
+    many = many.reshape(2, 50, 60, 70)
+    pairs = [(many[0], many[1]), *((many[:, 1:], many[:, :-1]), (many[..., 1:], many[..., :-1]))]
+    for one, other in (*pairs, (many[:, :, 1:], many[:, :, :-1])):
+        assert abs(np.corrcoef(one.ravel(), other.ravel())[0, 1]) < 4 / np.sqrt(one.size)
+    shape = (2, *COUNTS)
+    assert added == pytest.approx(
+        np.sqrt(sill)
+        * np.reshape([noise.of_box(s, COUNTS, (0, 0, 0), COUNTS) for s in seeds], shape)
+    )
+    # What is conditioned is the sum of the field and its noise.
+    at_data = [noise.draw(seed, noise.DATA, 0, len(Z)) * np.sqrt(sill) for seed in seeds]
+    expected = [
+        tx.simulate(KRIGING, GRID, AROUND, X, Z - there, FIELDS(seed), 1)
+        for there, seed in zip(at_data, seeds, strict=True)
+    ]
+    given = realisations("d", nugget=sill, chunks=CHUNKS, **conditioned)
+    assert given == pytest.approx(np.reshape(expected, shape) + added, abs=1e-12)
+    with pytest.raises(ValueError, match="nugget: expected a number of at least 0, got -1"):
+        realisations("e", nugget=-1)
+
+
 def of_this_process(seed):
     return tx.TBSIM(BOX, MODEL[1], seed + os.getpid(), 20)
 
@@ -190,7 +229,7 @@ def test_fields_that_chunks_would_change_are_refused(client, tmp_path):
     def noisy(seed):
         return tx.TBSIM(BOX, MODEL, seed, 20)
 
-    with pytest.raises(ValueError, match="leave out the nugget"):
+    with pytest.raises(ValueError, match="give its sill as nugget"):
         td.simulate(GRID, noisy, [1], tmp_path / "s.zarr", client=client)
     with pytest.raises(RuntimeError, match="where the run's first process gave"):
         td.simulate(GRID, of_this_process, [1] * 40, tmp_path / "s.zarr", client=client)
