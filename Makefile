@@ -26,6 +26,8 @@ DEMO_OUT ?= demo
 PYTEST_ARGS ?=
 CTEST_ARGS ?=
 BENCH ?= kriging
+# The CPythons to make wheels for, such as "3.10 3.13"; all that are supported when empty.
+export WHEEL_PYTHONS ?=
 BENCH_ARGS ?=
 
 # Folders count as sources too: theirs is the time that changes when a file goes away.
@@ -36,7 +38,7 @@ CPP_FILES = $(shell find $(CPP_FOLDERS) -name '*.cpp' -o -name '*.h')
 TIDY_FILES = $(shell find src -name '*.cpp')
 
 .PHONY: help setup build demo test test-native test-python format format-check lint tidy \
-	sanitize sanitize-asan sanitize-tsan stubs docs bench clean distclean FORCE
+	sanitize sanitize-asan sanitize-tsan stubs docs bench wheels clean distclean FORCE
 
 help: ## Say what each target does
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | \
@@ -131,6 +133,9 @@ $(DOCS_STAMP): scripts/requirements-docs.txt $(SETUP_STAMP)
 
 bench: $(BUILD_STAMP) ## Run a script of benchmarks/ (BENCH names it, BENCH_ARGS are passed on)
 	$(BIN)/python benchmarks/$(BENCH).py $(BENCH_ARGS)
+
+wheels: ## Make dist/: a source distribution and portable wheels, each tried in an empty environment
+	scripts/make_wheels.sh
 
 clean: ## Remove what was built, but not .venv
 	rm -rf build dist $(DEMO_OUT) docs/reference docs/gallery docs/drawn .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)
