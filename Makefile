@@ -28,6 +28,8 @@ DEMO_OUT ?= demo
 PYTEST_ARGS ?=
 CTEST_ARGS ?=
 BENCH ?= kriging
+# The CPythons to make wheels for, such as "3.10 3.13"; all that are supported when empty.
+export WHEEL_PYTHONS ?=
 BENCH_ARGS ?=
 TABLE ?=
 
@@ -39,7 +41,7 @@ CPP_FILES = $(shell find $(CPP_FOLDERS) -name '*.cpp' -o -name '*.h')
 TIDY_FILES = $(shell find src -name '*.cpp')
 
 .PHONY: help setup build demo test test-native test-python format format-check lint tidy \
-	sanitize sanitize-asan sanitize-tsan stubs docs bench validation clean distclean FORCE
+	sanitize sanitize-asan sanitize-tsan stubs docs bench validation wheels clean distclean FORCE
 
 help: ## Say what each target does
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | \
@@ -147,6 +149,9 @@ $(VALIDATION)/.installed: scripts/requirements-validation.txt $(SETUP_STAMP)
 	@echo "installing the Python packages of $<"
 	@$(VALIDATION)/bin/python -m pip install --quiet --no-input --disable-pip-version-check -r $< </dev/null
 	@touch $@
+
+wheels: ## Make dist/: a source distribution and portable wheels, each tried in an empty environment
+	scripts/make_wheels.sh
 
 clean: ## Remove what was built, but not .venv
 	rm -rf build dist $(DEMO_OUT) docs/reference docs/gallery docs/drawn .pytest_cache .mypy_cache .ruff_cache $(BUILD_STAMP)

@@ -181,7 +181,7 @@ def machine(compiler=None, flags=None):
     return f"{text}; floor compiled by {version.stdout.splitlines()[0]} with {flags}"
 
 
-def parse_arguments(script, description, sizes, composites=True, peers=True):
+def parse_arguments(script, description, sizes, composites=True, peers=True, modules=False):
     """Return the arguments of the command line, and as `command` the line without folders.
 
     Parameters
@@ -195,6 +195,8 @@ def parse_arguments(script, description, sizes, composites=True, peers=True):
         Whether a file of composites can be given.
     peers : bool, default True
         Whether other packages can be left out.
+    modules : bool, default False
+        Whether modules built otherwise can be given in place of a compiler for floors.
     """
     parser = argparse.ArgumentParser(description=description)
     if composites:
@@ -205,8 +207,18 @@ def parse_arguments(script, description, sizes, composites=True, peers=True):
         parser.add_argument(options[name], type=int, default=default, metavar="N", help=text)
     if peers:
         parser.add_argument("--no-peers", action="store_true", help="leave other packages out")
-    parser.add_argument("--compiler", default="g++", help="of the floor")
-    parser.add_argument("--flags", default=FLAGS, help="of the floor; default: %(default)s")
+    if modules:
+        parser.add_argument(
+            "--module",
+            action="append",
+            default=[],
+            type=Path,
+            metavar="FOLDER",
+            help="with another build of the module; its name stands in the report",
+        )
+    else:
+        parser.add_argument("--compiler", default="g++", help="of the floor")
+        parser.add_argument("--flags", default=FLAGS, help="of the floor; default: %(default)s")
     parser.add_argument("--out", type=Path, metavar="FILE.md", help="write the report there too")
     arguments = parser.parse_args()
     for name, option in options.items():
@@ -220,6 +232,8 @@ def parse_arguments(script, description, sizes, composites=True, peers=True):
         words += [option, str(getattr(arguments, name))]
     if peers and arguments.no_peers:
         words.append("--no-peers")
+    for folder in arguments.module if modules else ():
+        words += ["--module", folder.name]
     arguments.command = shlex.join(words)
     return arguments
 

@@ -5,7 +5,8 @@
 #   scripts/packages.sh --check GROUP...   # succeeds when nothing is missing, installs nothing
 #
 # Groups: base (build, demo, test), python (the distribution's own CPython), tidy (clang-tidy),
-# sanitize (clang with its sanitizer runtimes and an OpenMP runtime ThreadSanitizer can follow).
+# sanitize (clang with its sanitizer runtimes and an OpenMP runtime ThreadSanitizer can follow),
+# wheels (libraries to carry, and an old processor to try the wheels on).
 # SKIP_APT=1 trusts that the machine has what is needed and leaves packages alone.
 set -euo pipefail
 
@@ -21,8 +22,9 @@ packages_of() {
         # clang-tidy reads the sources with clang's own headers, <omp.h> among them.
         tidy) echo clang-tidy libomp-dev ;;
         sanitize) echo clang libomp-dev ;;
+        wheels) echo libblas3 liblapack3 binutils qemu-user ;;
         *)
-            say "unknown group '$1'; expected base, python, tidy or sanitize"
+            say "unknown group '$1'; expected base, python, tidy, sanitize or wheels"
             exit 2
             ;;
     esac
@@ -110,7 +112,7 @@ if [[ ${1:-} == --check ]]; then
     shift
 fi
 [[ $# -gt 0 ]] || {
-    say "name at least one group: base, python, tidy or sanitize"
+    say "name at least one group: base, python, tidy, sanitize or wheels"
     exit 2
 }
 [[ ${SKIP_APT:-} != 1 ]] || exit 0

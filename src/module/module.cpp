@@ -1,6 +1,7 @@
 #include "core/interrupt.h"
 #include "core/parallel.h"
 #include "module/callback_lock.h"
+#include "module/processor.h"
 #include "module/registration.h"
 #include "simulation/fft_threads.h"
 
@@ -30,25 +31,6 @@ bool interpreter_is_the_right_one() {
                "version is incompatible: %s.",
                built_for, running);
   return false;
-}
-
-// Without this, a processor that lacks the vector units would end the process at the first use.
-bool processor_is_able() {
-#if defined(__x86_64__) && defined(__AVX2__)
-  bool able = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
-              __builtin_cpu_supports("bmi2");
-#if defined(__AVX512F__)
-  able = able && __builtin_cpu_supports("avx512f");
-#endif
-  if (!able) {
-    PyErr_SetString(PyExc_ImportError,
-                    "talvorix was compiled for " TALVORIX_ARCH
-                    ", whose vector units this processor lacks; build it with another "
-                    "TALVORIX_ARCH (for example native)");
-    return false;
-  }
-#endif
-  return true;
 }
 
 void check_signals() {
@@ -166,6 +148,15 @@ extern "C" PYBIND11_EXPORT PyObject* PyInit_talvorix() {
   if (!interpreter_is_the_right_one() || !processor_is_able()) {
     return nullptr;
   }
+#ifdef TALVORIX_WIDE_COPY
+  const WideCopy wide = find_wide_copy();
+  if (wide.failed) {
+    return nullptr;
+  }
+  if (wide.entry != nullptr) {
+    return wide.entry();
+  }
+#endif
   py::detail::get_internals();
   // Single-phase initialisation. The state size of 0, not -1, lets a repeated import run the body.
   static PyModuleDef definition = {
