@@ -259,7 +259,7 @@ def _fused(a: float, b: NDArray[np.float64], c: NDArray[np.float64]) -> NDArray[
     product = a * b
     if not c.any():
         return product + np.zeros_like(c)
-    (a_high, a_low), (b_high, b_low) = _split(np.float64(a)), _split(b)
+    (a_high, a_low), (b_high, b_low) = _split(np.asarray(a)), _split(b)
     rest = ((a_high * b_high - product) + a_high * b_low + a_low * b_high) + a_low * b_low
     high, low = _two_sum(c, rest)
     total, small = _two_sum(product, high)
@@ -274,17 +274,17 @@ def _fused(a: float, b: NDArray[np.float64], c: NDArray[np.float64]) -> NDArray[
 @functools.cache
 def _module_fuses() -> bool:
     """Tell whether talvorix was built to round a product and a sum once."""
-    counts, edges = (6, 7, 8), (31.0, 17.0, 13.0)
+    counts, edges, first = (6, 7, 8), (31.0, 17.0, 13.0), np.array([0.1, 0.2, 0.3])
     grid = talvorix.CartesianGrid(
-        length=edges, number_of_cells=counts, origin=(0.1, 0.2, 0.3), rotation=(33, 21, -14)
+        length=edges, number_of_cells=counts, origin=first, rotation=(33, 21, -14)
     )
     expected = np.asarray(grid).reshape(*counts, 3)
-    u, v, w = (np.arange(n) * (1.0 / n) for n in counts)
+    u, v, w = (np.arange(n, dtype=float) * (1.0 / n) for n in counts)
     for add in (_fused, _rounded_twice):
         rows = grid.transformation().inv_matrix()
         made = [
             add(row[2], w, add(row[1], v[:, None], row[0] * u[:, None, None])) + origin
-            for row, origin in zip(rows, (0.1, 0.2, 0.3), strict=True)
+            for row, origin in zip(rows, first, strict=True)
         ]
         if np.array_equal(np.stack(made, axis=-1), expected):
             return add is _fused

@@ -85,12 +85,12 @@ class Estimation:
     def values(
         self, batch: int, targets: Values, n_threads: int
     ) -> Iterator[tuple[str, tuple[int, ...], Values]]:
-        pieces = [
+        lists = [
             self._call(targets[start : start + TARGETS], n_threads)
             for start in range(0, len(targets), TARGETS)
         ]
         for k, name in enumerate(self.outputs):
-            yield name, (), np.concatenate([np.empty(0), *(piece[k] for piece in pieces)])
+            yield name, (), np.concatenate([np.empty(0), *(one[k] for one in lists)])
 
     def _call(self, targets: Values, n_threads: int) -> list[Values]:
         made = self.estimator(
@@ -164,11 +164,11 @@ class Simulation:
                 )
             return
         for k, one in enumerate(fields):
-            pieces = [
+            parts = [
                 np.asarray(one.simulate(targets[first : first + TARGETS], n_threads), dtype=float)
                 for first in range(0, len(targets), TARGETS)
             ]
-            yield "simulated", (start + k,), np.concatenate([np.empty(0), *pieces])
+            yield "simulated", (start + k,), np.concatenate([np.empty(0), *parts])
 
     def noise(
         self, realisation: int, grid: Grid, lower: Sequence[int], upper: Sequence[int]
@@ -201,11 +201,13 @@ class Simulation:
 
     def _fields(self, batch: int) -> list[Any]:
         """Return the fields of a batch; only those of the last one asked for are kept."""
-        if self._made[0] != batch:
-            self._made = -1, []
-            seeds = self.seeds[batch * self.batch : (batch + 1) * self.batch]
-            self._made = batch, [self.generator(seed) for seed in seeds]
-        return self._made[1]
+        held, fields = self._made
+        if held != batch:
+            # Let go of the old ones before there are new ones; other threads may come by here.
+            self._made, fields = (-1, []), []
+            fields += map(self.generator, self.seeds[batch * self.batch : (batch + 1) * self.batch])
+            self._made = batch, fields
+        return fields
 
 
 def _shape(made: Any) -> str:
@@ -310,9 +312,10 @@ class Work:
                 "depends on n_threads: give a number that every worker has processors for, not 0"
             )
         self._chunks = tuple(description["chunks"])
-        self._done = group[f"{stores.MARKERS}/done"]
         large = [axis for axis in AXES if group[axis].ndim == 3]
         self._arrays = {name: group[name] for name in (*description["outputs"], *large)}
+        # Last, since another thread takes it for a sign that all is there.
+        self._done = group[f"{stores.MARKERS}/done"]
 
     def run(self, number: int) -> Report:
         """Work on a chunk and write it."""
@@ -335,7 +338,8 @@ class Work:
             cube[inside] = values
             if isinstance(self.method, Simulation):
                 cube += self.method.noise(leading[0], self.grid, lower, upper)
-            self._arrays[name][(*leading, *box)] = cube.reshape(upper - lower)
+            selection = *leading, *box
+            self._arrays[name][selection] = cube.reshape(upper - lower)
         for axis, name in enumerate(AXES):
             if batch == 0 and name in self._arrays:
                 self._arrays[name][box] = centres[:, axis].reshape(upper - lower)
@@ -504,6 +508,7 @@ def _run(
     if isinstance(method, Simulation):
         seeds, batch = method.seeds, method.batch
     wanted = {
+        "format": stores.FORMAT,
         "kind": kind,
         **described.description(),
         "outputs": list(names),
@@ -512,7 +517,7 @@ def _run(
         "where": mask.fingerprint(label=compared["label"]),
     }
     if old:
-        stores.compare(path, {k: v for k, v in old.items() if k not in ("format", "probe")}, wanted)
+        stores.compare(path, {k: v for k, v in old.items() if k != "probe"}, wanted)
     if old and stores.done_chunks(path).all():
         return Summary(path, 0, 0, stores.done_chunks(path).size, 0.0)
     here = client is None and n_workers == 0

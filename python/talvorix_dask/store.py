@@ -95,12 +95,8 @@ def read_description(path: str) -> dict[str, Any] | None:
             f"store: {path} exists and is not a store that talvorix_dask wrote; choose another "
             "place, or take it away yourself"
         )
-    if found.get("format") != FORMAT:
-        raise ValueError(
-            f"store: {path} has the format {found.get('format')}, expected {FORMAT}; another "
-            "version of talvorix_dask wrote it"
-        )
-    return found
+    description: dict[str, Any] = found
+    return description
 
 
 def compare(path: str, found: dict[str, Any], wanted: dict[str, Any]) -> None:
@@ -163,7 +159,7 @@ def create(
     batches = -(-len(seeds) // batch) if seeds else 1
     done = add("done", shape=(batches, *boxes), chunks=(1, 1, 1, 1), dtype="u1", fill_value=0)
     done.attrs["_ARRAY_DIMENSIONS"] = ["batch", *(f"chunk_{dim}" for dim in grid.dimensions)]
-    group.attrs[ATTRIBUTE] = {"format": FORMAT, **description}
+    group.attrs[ATTRIBUTE] = description
     zarr.consolidate_metadata(group.store)
     if is_local(path):
         if Path(path).exists():
