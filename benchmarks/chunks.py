@@ -106,7 +106,7 @@ def main():
         stack.callback(shutil.rmtree, folder)
         clients, started = {}, 0.0
         for n in WORKERS:
-            settings = {"n_workers": n, "threads_per_worker": 1, "dashboard_address": None}
+            settings = {"n_workers": n, "threads_per_worker": 1, "dashboard_address": ":0"}
             started, cluster = elapsed(lambda settings=settings: LocalCluster(**settings))
             clients[n] = stack.enter_context(Client(stack.enter_context(cluster)))
         speed = measure(data, grid, folder, clients, arguments.repeats, failures)

@@ -123,7 +123,7 @@ def run(options):
             folder / "model.zarr",
             outputs=("estimate", "variance"),
             # The function above pickles by its code; a name tells its runs apart from others.
-            label="ordinary kriging",
+            label=f"ordinary kriging with {NEIGHBOURS} neighbours",
             n_workers=options.workers,
             overwrite=options.overwrite,
         )

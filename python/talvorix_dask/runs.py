@@ -462,7 +462,7 @@ def _runner(
                 distributed.LocalCluster(
                     n_workers=n_workers or talvorix.check_n_threads(0),
                     threads_per_worker=1,
-                    dashboard_address=None,
+                    dashboard_address=":0",
                 )
             )
             client = stack.enter_context(distributed.Client(cluster))

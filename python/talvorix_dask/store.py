@@ -109,9 +109,12 @@ def compare(path: str, found: dict[str, Any], wanted: dict[str, Any]) -> None:
     """
     for name in {**wanted, **found}:
         if found.get(name) != wanted.get(name):
+            digest = name in ("estimator", "generator", "where")
+            hint = "; give functions of a script a label to be known by" if digest else ""
             raise ValueError(
                 f"store: {path} belongs to another run: its {name} is {found.get(name)}, here it "
-                f"is {wanted.get(name)}; choose another store, or overwrite this one to begin anew"
+                f"is {wanted.get(name)}{hint}; choose another store, or overwrite this one to "
+                "begin anew"
             )
 
 

@@ -33,7 +33,7 @@ KRIGING = tx.OrdinaryKriging(MODEL, 12, -1, 2)
 
 @pytest.fixture(scope="module")
 def client():
-    two = {"n_workers": 2, "threads_per_worker": 1, "dashboard_address": None}
+    two = {"n_workers": 2, "threads_per_worker": 1, "dashboard_address": ":0"}
     with distributed.LocalCluster(**two) as cluster, distributed.Client(cluster) as client:
         yield client
 
@@ -255,7 +255,10 @@ def test_runs_that_cannot_work_are_refused_before_they_begin(tmp_path):
         ({"grid": moved}, r"its origin is \[7.1, -3.3, 0.9\], here it is \[7.1, -3.3, 0.8\]"),
         ({"grid": td.Grid((23, 19, 12), SIZE)}, r"number_of_cells is \[23, 19, 11\]"),
         ({"chunks": (9, 9, 9)}, r"its chunks is \[10, 8, 6\], here it is \[9, 9, 9\]"),
-        ({"estimator": tx.OrdinaryKriging(MODEL, 13)}, "its estimator is"),
+        (
+            {"estimator": tx.OrdinaryKriging(MODEL, 13)},
+            r"its estimator is \w+, here it is \w+; give functions of a script a label",
+        ),
         ({"where": low}, "its where is all blocks"),
         ({"label": "other"}, "its label is , here it is other"),
         ({"outputs": ["copper"]}, "its outputs is"),
