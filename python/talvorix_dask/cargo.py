@@ -37,7 +37,9 @@ class Cargo(WorkerPlugin):
 
 
 def _work_of(run: str) -> Work:
-    return get_worker().plugins[run].work()
+    cargo: Any = get_worker().plugins[run]
+    work: Work = cargo.work()
+    return work
 
 
 def probe(run: str) -> list[float] | ValueError | TypeError:

@@ -7,6 +7,8 @@ from collections.abc import Sequence
 import numpy as np
 from numpy.typing import NDArray
 
+from talvorix_dask.grid import Triple
+
 BLOCKS, DATA = 0, 1
 
 
@@ -24,9 +26,7 @@ def draw(seed: int, kind: int, first: int, count: int) -> NDArray[np.float64]:
     return np.sqrt(-2 * np.log(uniform[:, 0])) * np.cos(2 * np.pi * uniform[:, 1])
 
 
-def of_box(
-    seed: int, counts: Sequence[int], lower: Sequence[int], upper: Sequence[int]
-) -> NDArray[np.float64]:
+def of_box(seed: int, counts: Sequence[int], lower: Triple, upper: Triple) -> NDArray[np.float64]:
     """Return the values of a box of a grid with such counts, in the order of its index."""
     _, ny, nz = (int(n) for n in counts)
     (i0, j0, k0), (i1, j1, k1) = (map(int, corner) for corner in (lower, upper))

@@ -170,9 +170,7 @@ class Simulation:
             ]
             yield "simulated", (start + k,), np.concatenate([np.empty(0), *parts])
 
-    def noise(
-        self, realisation: int, grid: Grid, lower: Sequence[int], upper: Sequence[int]
-    ) -> Values | float:
+    def noise(self, realisation: int, grid: Grid, lower: Triple, upper: Triple) -> Values | float:
         """Return the nugget's part of a realisation in a box of blocks."""
         if self.deviation == 0:
             return 0.0
