@@ -43,7 +43,7 @@ environment() {
 }
 
 # Everything else is made anew: files out of a source distribution all bear one old date.
-rm -rf dist "$work"/{source,cmake,plain,repaired}
+rm -rf dist "$work"/{source,plain,repaired}
 mkdir -p dist "$work"/{source,plain,repaired}
 
 # Compiling eats memory: no more at a time than there are processors.
@@ -65,9 +65,9 @@ while read -r version python; do
     fi
     say "building for CPython $version; the compiler's output goes to build/wheels/build-$version.log"
     since=$SECONDS
-    # One folder for all versions, so that they share the objects that know nothing of Python. What
-    # CMake remembers of the version before must not come along.
-    rm -f "$work/cmake/CMakeCache.txt"
+    # At one place for all versions: what ccache compiled for one that knows nothing of Python serves
+    # the others. What CMake remembers of the version before must not come along.
+    rm -rf "$work/cmake"
     in_venv python -m pip wheel -v --no-input --disable-pip-version-check --no-build-isolation \
         --no-deps --wheel-dir "$work/plain" --config-settings build-dir="$work/cmake" \
         --config-settings cmake.define.TALVORIX_PORTABLE=ON "$work/source" \
@@ -86,7 +86,7 @@ while read -r version python; do
     in_venv python tools/carried_licences.py --libraries "$folder/blas:$folder/lapack:$folder" \
         "$work"/repaired/*-"$tag"-*.whl
     since=$SECONDS
-    scripts/try_wheel.sh "$python" "$work"/repaired/*-"$tag"-*.whl
+    scripts/try_wheel.sh "$python" "$work"/repaired/*-"$tag"-*.whl </dev/null
     cp "$work"/repaired/*-"$tag"-*.whl dist/
     report+=("CPython $version: built in $built s, tried in $((SECONDS - since)) s")
 done <<<"$interpreters"

@@ -19,6 +19,8 @@ NAME = "talvorix"
 COMMON = Path("/usr/share/common-licenses")
 # Header libraries, of which parts are compiled into the module itself.
 HEADERS = {"libeigen3-dev": "Eigen", "libnanoflann-dev": "nanoflann"}
+LICENCE = "Classifier: License :: OSI Approved :: "
+OWN, AS_A_WHOLE = "MIT License", "GNU General Public License v3 or later (GPLv3+)"
 
 INTRODUCTION = """\
 # What this wheel carries
@@ -128,6 +130,16 @@ def pybind11_row(folder):
     return f"| pybind11 (compiled in) | pybind11 {found.version} from the Python index | | BSD |\n"
 
 
+def name_both_licences(metadata):
+    """Add the licence of the wheel as a whole to that of the code, in the file `metadata`."""
+    text = metadata.read_text(encoding="utf-8")
+    own = f"{LICENCE}{OWN}\n"
+    if own not in text:
+        sys.exit(f"carried_licences: {metadata.name} has no line {own.strip()!r}")
+    both = own + f"{LICENCE}{AS_A_WHOLE}\n"
+    metadata.write_text(text.replace(own, both, 1), encoding="utf-8")
+
+
 def complete(wheel, folders):
     """Unpack `wheel`, add the table and the licences, and pack it again in its place."""
     with tempfile.TemporaryDirectory() as unpacked_in:
@@ -142,6 +154,7 @@ def complete(wheel, folders):
         for package, library in HEADERS.items():
             table += row(f"{library} (compiled in)", package, folder)
         table += pybind11_row(folder)
+        name_both_licences(licences.parent / "METADATA")
         (licences / "THIRD_PARTY.md").write_text(table, encoding="utf-8")
         output_of(sys.executable, "-m", "wheel", "pack", str(unpacked), "-d", str(wheel.parent))
 
