@@ -111,10 +111,9 @@ def main():
             clients[n] = stack.enter_context(Client(stack.enter_context(cluster)))
         speed = measure(data, grid, folder, clients, arguments.repeats, failures)
         chunks = measure_chunks(data, folder, clients, arguments.repeats)
-    method = runs.Estimation(
-        talvorix.IDW(), talvorix.Neighborhood(data.locations), data.locations, data.values, ["e"]
-    )
-    sent = len(cloudpickle.dumps(method))
+    around = talvorix.Neighborhood(data.locations)
+    samples = runs.Samples(around, data.locations, data.values)
+    sent = len(cloudpickle.dumps(runs.Estimation(talvorix.IDW(), samples, ["estimate"])))
     raw = data.locations.nbytes + data.values.nbytes
     report = [
         f"{np.prod(grid[0]):,} blocks by ordinary kriging of {data.name}, best of "
@@ -125,7 +124,7 @@ def main():
         "### A chunk with next to no work",
         chunks,
         f"A worker is sent {sent / 2**20:.2f} MB once, {sent / raw:.2f} times the bytes of the "
-        "data: the search structure sends its locations and is built there. "
+        "data; the search structure is built there. "
         f"Starting {WORKERS[-1]} workers took {started:.1f} s.",
     ]
     finish(report, arguments, failures)

@@ -62,19 +62,38 @@ class Summary:
 # What is done with targets ------------------------------------------------------------------------
 
 
+class Samples:
+    """Data and the search structure over them."""
+
+    def __init__(self, neighborhood: Any, data_locs: Values, data: Values) -> None:
+        self.neighborhood, self.data_locs, self.data = neighborhood, data_locs, data
+
+    def __getstate__(self) -> dict[str, Any]:
+        """Leave out the structure where the locations and its ellipsoid make the same again."""
+        state = dict(self.__dict__)
+        if isinstance(self.neighborhood, talvorix.Neighborhood):
+            parts = self.neighborhood.__getstate__()
+            metric = tuple(part for part in parts if isinstance(part, talvorix.Ellipsoid))
+            if talvorix.Neighborhood(self.data_locs, *metric) == self.neighborhood:
+                state["neighborhood"] = metric
+        return state
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        self.__dict__ |= state
+        if isinstance(self.neighborhood, tuple):
+            self.neighborhood = talvorix.Neighborhood(self.data_locs, *self.neighborhood)
+
+
 class Estimation:
     """Estimates at targets."""
 
     def __init__(
         self,
         estimator: Callable[..., Any],
-        neighborhood: Any,
-        data_locs: Any,
-        data: Any,
+        samples: Samples,
         outputs: Sequence[str],
     ) -> None:
-        self.estimator, self.neighborhood = estimator, neighborhood
-        self.data_locs, self.data, self.outputs = data_locs, data, tuple(outputs)
+        self.estimator, self.samples, self.outputs = estimator, samples, tuple(outputs)
 
     def probe(self, targets: Values, n_threads: int) -> Values:
         return np.concatenate(self._call(targets, n_threads))
@@ -93,8 +112,9 @@ class Estimation:
             yield name, (), np.concatenate([np.empty(0), *(one[k] for one in lists)])
 
     def _call(self, targets: Values, n_threads: int) -> list[Values]:
+        given = self.samples
         made = self.estimator(
-            targets, self.neighborhood, self.data_locs, self.data, n_threads=n_threads
+            targets, given.neighborhood, given.data_locs, given.data, n_threads=n_threads
         )
         lists = [made] if len(self.outputs) == 1 else made
         try:
@@ -120,7 +140,7 @@ class Simulation:
         generator: Callable[[int], Any],
         seeds: Sequence[int],
         batch: int,
-        conditioning: tuple[Any, Any, Any, Any] | None,
+        conditioning: tuple[Any, Samples] | None,
         nugget: float,
     ) -> None:
         self.generator, self.seeds, self.batch = generator, tuple(seeds), batch
@@ -151,7 +171,7 @@ class Simulation:
         fields, start = self._fields(batch), batch * self.batch
         if self.conditioning:
             # Each call evaluates the fields at the data as well.
-            step = max(TARGETS, 4 * len(self.conditioning[3]))
+            step = max(TARGETS, 4 * len(self.conditioning[1].data))
             pieces = [
                 self._conditioned(start, fields, targets[first : first + step], n_threads)
                 for first in range(0, len(targets), step)
@@ -182,7 +202,8 @@ class Simulation:
     ) -> list[Values]:
         """Condition the fields of consecutive realisations, without the nugget at the targets."""
         assert self.conditioning
-        estimator, neighborhood, data_locs, data = self.conditioning
+        estimator, samples = self.conditioning
+        neighborhood, data_locs, data = samples.neighborhood, samples.data_locs, samples.data
         if self.deviation == 0:
             made = talvorix.simulate(
                 estimator, targets, neighborhood, data_locs, data, fields, n_threads
@@ -634,7 +655,7 @@ def estimate(
         "data_locs": stores.fingerprint(locations),
         "data": stores.fingerprint(values),
     }
-    method = Estimation(estimator, neighborhood, locations, values, names)
+    method = Estimation(estimator, Samples(neighborhood, locations, values), names)
     return _run(
         "estimate", grid, store, method, names, compared, where=where, chunks=chunks,
         n_threads=n_threads, client=client, n_workers=n_workers, overwrite=overwrite,
@@ -732,11 +753,11 @@ def simulate(
     conditioning = None
     if not missing:
         locations, values = _arrays(data_locs, data)
-        conditioning = estimator, neighborhood, locations, values
-        names = ("estimator", "neighborhood", "data_locs", "data")
+        conditioning = estimator, Samples(neighborhood, locations, values)
+        given |= {"data_locs": locations, "data": values}
         compared |= {
             name: "" if label and name == "estimator" else stores.fingerprint(part)
-            for name, part in zip(names, conditioning, strict=True)
+            for name, part in given.items()
         }
     method = Simulation(generator, numbers, together, conditioning, sill)
     return _run(

@@ -1,6 +1,7 @@
 """Runs in chunks against single calls, bit for bit; and what is refused before any work."""
 
 import os
+import pickle
 import signal
 import subprocess
 import sys
@@ -12,7 +13,7 @@ import pytest
 import scipy.stats
 import talvorix as tx
 import talvorix_dask as td
-from talvorix_dask import noise
+from talvorix_dask import noise, runs
 
 pd, xr, zarr = (pytest.importorskip(name) for name in ("pandas", "xarray", "zarr"))
 distributed = pytest.importorskip("distributed")
@@ -144,6 +145,17 @@ def test_every_estimator_gives_what_one_call_gives(client, tmp_path, method):
     expected = np.reshape(estimator(GRID, AROUND, X, Z, n_threads=2), (-1, *COUNTS))
     np.testing.assert_array_equal(found, expected)
     assert np.isnan(expected).any() == (method == "idw")
+
+
+def test_workers_are_sent_nothing_that_they_can_make():
+    for around in (AROUND, tx.Neighborhood(X), tx.Neighborhood(X[::-1], BODY)):
+        sent = pickle.dumps(runs.Samples(around, X, Z))
+        arrived = pickle.loads(sent)
+        assert arrived.neighborhood == around
+        assert np.array_equal(np.c_[arrived.data_locs, arrived.data], np.c_[X, Z])
+        # The last one is not over the data as they are.
+        again = tx.Neighborhood(X, BODY) == around or tx.Neighborhood(X) == around
+        assert (len(sent) < 1.1 * (X.nbytes + Z.nbytes)) == again
 
 
 def low(centres):
