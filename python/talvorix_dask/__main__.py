@@ -6,6 +6,7 @@ import argparse
 import os
 import shutil
 import sys
+import warnings
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
@@ -226,20 +227,23 @@ def estimate(options: dict[str, Any]) -> None:
     reach = WithinReach(job.search, job.neighborhood, job.locations, 1)
     place = out.with_name(f"{out.name}.zarr") if as_table else out
     print(f"{len(job.values):,} samples, {len(job.grid):,} blocks")
-    summary = runs.estimate(
-        job.grid,
-        job.estimator,
-        job.neighborhood,
-        job.locations,
-        job.values,
-        place,
-        outputs=job.outputs,
-        where=reach,
-        chunks=chunks,
-        n_workers=workers,
-        overwrite=overwrite,
-        progress=False if quiet else None,
-    )
+    with warnings.catch_warnings():
+        # The table's lines, which say more, are told already.
+        warnings.filterwarnings("ignore", ".*positions hold more than one sample")
+        summary = runs.estimate(
+            job.grid,
+            job.estimator,
+            job.neighborhood,
+            job.locations,
+            job.values,
+            place,
+            outputs=job.outputs,
+            where=reach,
+            chunks=chunks,
+            n_workers=workers,
+            overwrite=overwrite,
+            progress=False if quiet else None,
+        )
     if summary.found_done:
         print(f"{summary.found_done:,} of {summary.found_done + summary.chunks:,} chunks were done")
     if as_table:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import warnings
-from collections.abc import Mapping, Sequence
+from collections.abc import Callable, Mapping, Sequence
 from typing import Any
 
 import numpy as np
@@ -94,7 +94,7 @@ def from_dataframe(
                 f"column {name!r}, {_rows(frame, missing, 1)}: expected a coordinate, got nothing"
             )
     points = np.column_stack([columns[name][kept] for name in locations])
-    _tell_coincident(frame, kept, points)
+    tell_coincident(points, lambda chosen: _rows(frame.iloc[np.flatnonzero(kept)], chosen), 2)
     arrays = [points, *(columns[name][kept] for name in values)]
     if holes is not None:
         unnamed = frame[holes].isna().to_numpy() & kept
@@ -145,16 +145,18 @@ def _number(cell: Any) -> float:
         return np.nan
 
 
-def _tell_coincident(frame: Any, kept: NDArray[np.bool_], points: NDArray[np.float64]) -> None:
+def tell_coincident(
+    points: NDArray[np.float64], rows: Callable[[NDArray[np.bool_]], str], stacklevel: int
+) -> None:
+    """Warn of points at one position; `rows` names some of those that a mask chooses."""
     inverse, counts = np.unique(points, axis=0, return_inverse=True, return_counts=True)[1:]
     if (counts > 1).any():
-        chosen = np.zeros(len(frame), dtype=bool)
-        chosen[np.flatnonzero(kept)[counts[np.ravel(inverse)] > 1]] = True
+        chosen = counts[np.ravel(inverse)] > 1
         warnings.warn(
             f"{(counts > 1).sum():,} positions hold more than one sample, {chosen.sum():,} rows in "
-            f"all, the first {_rows(frame, chosen)}; they are kept, and kriging gives all weight "
-            "to the first that it finds",
-            stacklevel=3,
+            f"all, the first {rows(chosen)}; they are kept, and kriging gives all weight to the "
+            "first that it finds",
+            stacklevel=stacklevel + 1,
         )
 
 

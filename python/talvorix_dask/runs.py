@@ -21,6 +21,7 @@ from numpy.typing import ArrayLike, NDArray
 from talvorix_dask import noise
 from talvorix_dask import store as stores
 from talvorix_dask.extras import require
+from talvorix_dask.frames import SHOWN, tell_coincident
 from talvorix_dask.grid import AXES, Grid, Triple, active_cells
 
 Values = NDArray[np.float64]
@@ -638,6 +639,11 @@ def estimate(
     -------
     Summary
 
+    Warns
+    -----
+    UserWarning
+        When data stand at one position, with their number and the first rows. They are kept.
+
     Raises
     ------
     ValueError
@@ -800,4 +806,10 @@ def _arrays(data_locs: Any, data: Any) -> tuple[Values, Values]:
                 f"{name}: row {row}, counted from 0, is {array[row].tolist()}; expected finite "
                 f"numbers ({bad.sum():,} rows have none)"
             )
+
+    def rows(chosen: Any) -> str:
+        first = ", ".join(map(str, np.flatnonzero(chosen)[:SHOWN]))
+        return f"{first} of data_locs, counted from 0"
+
+    tell_coincident(locations, rows, 3)
     return locations, values

@@ -158,6 +158,17 @@ def test_workers_are_sent_nothing_that_they_can_make():
         assert (len(sent) < 1.1 * (X.nbytes + Z.nbytes)) == again
 
 
+def test_data_at_one_position_are_told_and_kept(tmp_path):
+    places, values = np.r_[X, X[[9, 5]]], np.r_[Z, 1.0, 2.0]
+    around = tx.Neighborhood(places, BODY)
+    told = "2 positions hold more than one sample, 4 rows in all, the first 5, 9, 600, 601 of data"
+    with pytest.warns(UserWarning, match=told) as record:
+        td.estimate(GRID, KRIGING, around, places, values, tmp_path / "s", n_workers=0)
+    assert [Path(one.filename).name for one in record] == [Path(__file__).name]
+    expected = np.reshape(KRIGING(GRID, around, places, values), COUNTS)
+    np.testing.assert_array_equal(opened(tmp_path / "s"), expected)
+
+
 def low(centres):
     return centres[:, 2] < 40
 
