@@ -56,6 +56,11 @@ def run_script(*arguments, script=SCRIPT):
     return done.stdout
 
 
+def heed_ctrl_c():
+    """Undo what a shell does to those whom it starts in the background."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
 def run_on_terminal(script, *arguments, stop_at=None):
     """Exit code, the states of the last line of a terminal, and the seconds after Ctrl-C.
 
@@ -64,7 +69,9 @@ def run_on_terminal(script, *arguments, stop_at=None):
     leader, follower = pty.openpty()
     fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("4H", 24, COLUMNS_SHOWN, 0, 0))
     command = [sys.executable, str(script), *map(str, arguments)]
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=follower)
+    process = subprocess.Popen(
+        command, stdout=subprocess.DEVNULL, stderr=follower, preexec_fn=heed_ctrl_c
+    )
     os.close(follower)
     received, sent = b"", math.nan
     try:

@@ -207,7 +207,13 @@ except KeyboardInterrupt:
     print("stopped", time.time())
 print(len(t.compute_simple_kriging(X, X, z, covs, 0, n, 4)[0]))
 """
-    process = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, text=True)
+    process = subprocess.Popen(
+        [sys.executable, "-c", script],
+        stdout=subprocess.PIPE,
+        text=True,
+        # A shell lets those whom it starts in the background ignore it.
+        preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
+    )
     try:
         assert process.stdout.readline() == "ready\n"
         time.sleep(0.7)
