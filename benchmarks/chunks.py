@@ -96,7 +96,7 @@ def measure_chunks(data, folder, clients, repeats):
 
 def main():
     """Measure everything and print the report; fail when a result is wrong."""
-    sizes = {"repeats": (3, "the best one counts"), "blocks": (600_000, "of the grid, about")}
+    sizes = {"repeats": (3, "the best one counts"), "blocks": (2_400_000, "of the grid, about")}
     arguments = parse_arguments("chunks.py", __doc__.splitlines()[0], sizes, peers=False)
     logging.getLogger("distributed").setLevel(logging.ERROR)
     data, failures = load_composites(arguments.composites), []

@@ -1,6 +1,7 @@
 #include "simulation/ensemble_simulator.h"
 
 #include "core/arguments.h"
+#include "core/interrupt.h"
 #include "core/random.h"
 #include "core/weight_power.h"
 #include "simulation/conditioning.h"
@@ -111,7 +112,9 @@ std::vector<SpatialFunction> local_simulators(const LocalCovariances& local_covs
   RandomEngine rng = seeded_engine(seed);
   std::vector<SpatialFunction> simulators;
   simulators.reserve(local_covs.covariances().size());
+  InterruptPoller poll;
   for (const CovarianceModel& model : local_covs.covariances()) {
+    poll();
     simulators.push_back(factory(model, static_cast<std::int64_t>(rng())));
   }
   return simulators;

@@ -207,24 +207,29 @@ except KeyboardInterrupt:
     print("stopped", time.time())
 print(len(t.compute_simple_kriging(X, X, z, covs, 0, n, 4)[0]))
 """
-    process = subprocess.Popen(
-        [sys.executable, "-c", script],
-        stdout=subprocess.PIPE,
-        text=True,
-        # A shell lets those whom it starts in the background ignore it.
-        preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
-    )
-    try:
-        assert process.stdout.readline() == "ready\n"
-        time.sleep(0.7)
-        sent = time.time()
-        process.send_signal(signal.SIGINT)
-        *_, stopped, count = process.communicate(timeout=60)[0].splitlines()
-    finally:
-        process.kill()
-    assert stopped.startswith("stopped"), stopped
-    assert float(stopped.split()[1]) - sent < 1.0
-    assert (count, process.returncode) == ("9000", 0)
+
+    def late_by():
+        process = subprocess.Popen(
+            [sys.executable, "-c", script],
+            stdout=subprocess.PIPE,
+            text=True,
+            # A shell lets those whom it starts in the background ignore it.
+            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
+        )
+        try:
+            assert process.stdout.readline() == "ready\n"
+            time.sleep(0.7)
+            sent = time.time()
+            process.send_signal(signal.SIGINT)
+            *_, stopped, count = process.communicate(timeout=60)[0].splitlines()
+        finally:
+            process.kill()
+        assert stopped.startswith("stopped"), stopped
+        assert (count, process.returncode) == ("9000", 0)
+        return float(stopped.split()[1]) - sent
+
+    # The machine itself may stall for once; a call that does not listen is late every time.
+    assert late_by() < 1.0 or late_by() < 1.0
 
 
 def small_job(n_threads=0):
