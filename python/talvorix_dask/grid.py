@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import functools
 import math
+import sys
 from collections.abc import Mapping, Sequence
 from typing import Any
 
@@ -60,8 +61,8 @@ class Grid:
         Raises
         ------
         ValueError
-            When one of them is not three finite numbers, a count is below 1 or not whole, or a size
-            is not above 0.
+            When one of them is not three finite numbers, a count is below 1 or not whole, a size is
+            not above 0, or there are more blocks than `len` can count.
         """
         counts = _three("number_of_cells", number_of_cells)
         size = _three("cell_size", cell_size)
@@ -69,6 +70,8 @@ class Grid:
             raise ValueError(
                 f"number_of_cells: expected three whole numbers of at least 1, got {counts}"
             )
+        if math.prod(map(int, counts)) > sys.maxsize:
+            raise ValueError(f"number_of_cells: more blocks than can be numbered, got {counts}")
         if (size <= 0).any():
             raise ValueError(f"cell_size: expected three numbers above 0, got {size}")
         unit = talvorix.CartesianGrid(

@@ -151,6 +151,11 @@ class Simulation:
 
     def probe(self, targets: Values, n_threads: int) -> Values:
         first = self._fields(0)[0]
+        if not isinstance(first, talvorix.SpatialFunction):
+            raise ValueError(
+                "generator: expected what makes a talvorix.SpatialFunction of a seed, got a "
+                f"{type(first).__name__} from it"
+            )
         values = np.asarray(first.simulate(targets, n_threads), dtype=float)
         if not np.array_equal(values, first.simulate(targets, n_threads), equal_nan=True):
             raise ValueError(
@@ -512,6 +517,9 @@ def _run(
 ) -> Summary:
     for package in ("zarr", "cloudpickle", "tqdm"):
         require(package, "a run")
+    for name, number in (("n_workers", n_workers), ("retries", retries)):
+        if number is not None and number < 0:
+            raise ValueError(f"{name}: expected 0 or more, got {number}")
     described, path = Grid.of(grid), os.fspath(store)
     if isinstance(grid, talvorix.BlockModel):
         if where is not None:
@@ -733,8 +741,9 @@ def simulate(
     RuntimeError
         When a chunk fails, or a worker's field differs from that of the first one.
     """
+    seeds = list(seeds)
     numbers = [int(seed) for seed in seeds]
-    if not numbers or any(not -(2**63) <= seed < 2**63 for seed in numbers):
+    if not numbers or numbers != seeds or any(not -(2**63) <= seed < 2**63 for seed in numbers):
         raise ValueError(f"seeds: expected at least one whole number of 64 bits, got {seeds!r}")
     given = {
         "estimator": estimator, "neighborhood": neighborhood, "data_locs": data_locs, "data": data
@@ -789,6 +798,8 @@ def _arrays(data_locs: Any, data: Any) -> tuple[Values, Values]:
     """Return locations of shape (m, 3) and as many values, once they are known to be finite."""
     locations = np.ascontiguousarray(np.asarray(data_locs, dtype=float))
     values = np.ascontiguousarray(np.asarray(data, dtype=float))
+    if not locations.size:
+        raise ValueError("data_locs: expected the locations of some data, got none")
     if locations.ndim == 3 and locations.shape[1:] in ((3, 1), (1, 3)):
         locations = locations.reshape(-1, 3)
     if locations.ndim != 2 or locations.shape[1] != 3:

@@ -295,16 +295,28 @@ def test_runs_that_cannot_work_are_refused_before_they_begin(tmp_path):
         ({"grid": td.Grid, "store": tmp_path / "new"}, "expected a Grid"),
         ({"outputs": ["a", "b"], "store": tmp_path / "new"}, "a tuple of 2 lists of 3 numbers"),
         ({"neighborhood": tx.Neighborhood(X[1:]), "store": tmp_path / "new"}, "599"),
+        ({"data_locs": X[:0], "data": Z[:0]}, "data_locs: expected the locations of some data"),
+        ({"n_workers": -1}, "n_workers: expected 0 or more, got -1"),
+        ({"retries": -1}, "retries: expected 0 or more"),
     ):
         with pytest.raises((ValueError, TypeError), match=problem):
             td.estimate(**(good | changed))
     assert sorted(os.listdir(tmp_path)) == ["done", "file", "mine", "other"]
     assert os.listdir(tmp_path / "mine") == ["notes.txt"]
-    for counts, size in (((0, 1, 1), SIZE), ((1.5, 1, 1), SIZE), (COUNTS, (1, 1, 0))):
+    for counts, size in (
+        ((0, 1, 1), SIZE),
+        ((1.5, 1, 1), SIZE),
+        (COUNTS, (1, 1, 0)),
+        ((2**32,) * 3, SIZE),
+    ):
         with pytest.raises(ValueError, match=r"number_of_cells|cell_size"):
             td.Grid(counts, size)
     with pytest.raises(ValueError, match="neighborhood: conditioning needs it"):
         td.simulate(GRID, FIELDS, [1], tmp_path / "new", estimator=KRIGING, data_locs=X, data=Z)
+    with pytest.raises(ValueError, match=r"seeds: expected .* whole number"):
+        td.simulate(GRID, FIELDS, [1.5], tmp_path / "new", n_workers=0)
+    with pytest.raises(ValueError, match=r"generator: expected .* got a float"):
+        td.simulate(GRID, float, [1], tmp_path / "new", n_workers=0)
 
 
 def test_data_frames_give_arrays_and_name_rows():
