@@ -45,6 +45,8 @@ REQUIRED = {
     "size": "the size of a block along x, y and z, such as --size '10 10 5'",
 }
 OPTIONAL = ("mean",)
+# What a whole number of the module holds.
+MOST = 2**31 - 1
 
 
 class InputError(Exception):
@@ -155,6 +157,8 @@ def _whole(settings: Mapping[str, Any], name: str, least: int) -> int:
     value = _number(settings, name, least)
     if value != int(value):
         raise InputError(f"{name}: expected a whole number, got {value:g}")
+    if value > MOST:
+        raise InputError(f"{name}: expected at most {MOST}, got {value:.0f}")
     return int(value)
 
 

@@ -438,6 +438,7 @@ def test_the_command_line_estimates_a_table_and_names_what_is_wrong(tmp_path):
         (["t.csv", "--job", "bad.toml", "--out", "n.zarr"], "unknown key 'maxsamples'"),
         ([*good, "--out", "n.zarr", "--search", "1 2"], "search: expected a list of 3 or 6"),
         ([*good, "--out", "n.zarr", "--method", "median"], "method: expected one of ordinary"),
+        ([*good, "--out", "n.zarr", "--max-octant", str(2**31)], "max_octant: expected at most"),
     ):
         assert problem in command(tmp_path, *arguments, code=2)
     assert not (tmp_path / "n.zarr").exists()
