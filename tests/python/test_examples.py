@@ -234,9 +234,13 @@ def test_a_terminal_shows_the_status_and_wipes_it(tmp_path):
 
 @pytest.mark.parametrize(("script", "at"), [(SCRIPT, "search of samples"), (FACIES, "sation 2")])
 def test_ctrl_c_ends_an_example_at_once_and_quietly(tmp_path, script, at):
-    code, lines, seconds = run_on_terminal(script, "--out", tmp_path, stop_at=at)
-    assert code == 130 and seconds < 1.5
-    assert not lines[-1].strip() and "\n" not in "".join(lines)
+    def late_by():
+        code, lines, seconds = run_on_terminal(script, "--out", tmp_path, stop_at=at)
+        assert code == 130 and not lines[-1].strip() and "\n" not in "".join(lines)
+        return seconds
+
+    # The machine itself may stall for once; what does not listen is late every time.
+    assert late_by() < 1.5 or late_by() < 1.5
 
 
 def read_directions(printed):
