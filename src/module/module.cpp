@@ -16,6 +16,14 @@ namespace talvorix::python {
 
 namespace {
 
+constexpr const char* documentation = R"(
+Geostatistics for ore bodies, reservoirs and soils.
+
+Locations are arrays of shape (n, 3) or lists of points, with x east, y north and z up; angles are
+in degrees. What estimates, simulates or searches takes ``n_threads``, 0 for all of the machine's.
+Models larger than one call or one machine are for the package `talvorix_dask`.
+)";
+
 // Patch releases of the minor version that the module was built for are as good as its own.
 bool interpreter_is_the_right_one() {
   const char* built_for =
@@ -124,6 +132,7 @@ void module_body(py::module_& m) {
   set_host_yield(wait_without_interpreter_lock);
   if (registered == nullptr) {
     const py::set own_names(m.attr("__dict__"));
+    m.attr("__version__") = TALVORIX_VERSION;
     define_thread_functions(m);
     register_families(m);
     refuse_objects_without_value(m);
@@ -159,8 +168,15 @@ extern "C" PYBIND11_EXPORT PyObject* PyInit_talvorix() {
 #endif
   py::detail::get_internals();
   // Single-phase initialisation. The state size of 0, not -1, lets a repeated import run the body.
-  static PyModuleDef definition = {
-      PyModuleDef_HEAD_INIT, "talvorix", nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr};
+  static PyModuleDef definition = {PyModuleDef_HEAD_INIT,
+                                   "talvorix",
+                                   documentation,
+                                   0,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr,
+                                   nullptr};
   auto m = py::reinterpret_steal<py::module_>(PyModule_Create2(&definition, PYTHON_API_VERSION));
   if (!m) {
     return nullptr;

@@ -2,6 +2,13 @@
 # Lines of docstrings may be too long: they were laid out for help(), further to the left.
 # ruff: noqa: E501
 
+"""Geostatistics for ore bodies, reservoirs and soils.
+
+Locations are arrays of shape (n, 3) or lists of points, with x east, y north and z up; angles are
+in degrees. What estimates, simulates or searches takes ``n_threads``, 0 for all of the machine's.
+Models larger than one call or one machine are for the package `talvorix_dask`.
+"""
+
 from collections.abc import Callable, Sequence
 from typing import Any, ClassVar, Protocol, TypeAlias, overload, type_check_only
 
@@ -4896,3 +4903,5 @@ def weibull_distribution(a: _Real, b: _Real) -> Distribution:
     -------
     Distribution
     """
+
+__version__: str = "0.1.0"

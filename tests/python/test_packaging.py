@@ -2,6 +2,7 @@
 
 import email
 import hashlib
+import importlib.metadata
 import importlib.util
 import re
 import shutil
@@ -11,6 +12,7 @@ import tarfile
 from pathlib import Path
 
 import pytest
+import talvorix
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -46,6 +48,9 @@ def test_metadata_names_the_interpreters_that_wheels_are_made_for(source_distrib
     versions = [item for item in listed if re.fullmatch(r"3\.\d+", item)]
     oldest, beyond = sorted(map(int, re.findall(r"3\.(\d+)", metadata["Requires-Python"])))
     assert versions == [f"3.{minor}" for minor in range(oldest, beyond)]
+    # The sources name it in two places, for the module and for what is passed on.
+    installed = importlib.metadata.version("talvorix")
+    assert talvorix.__version__ == metadata["Version"] == installed
     assert metadata["Description-Content-Type"] == "text/markdown" and metadata.get_payload()
     for minor, taken in ((oldest - 1, False), (oldest, True), (beyond - 1, True), (beyond, False)):
         found = interpreters(f"3.{minor}", PATH="/usr/bin:/bin", PYENV_ROOT="/nowhere")
