@@ -273,7 +273,7 @@ def main(argv: Sequence[str] | None = None) -> int:
     except (InputError, ValueError, ImportError) as problem:
         print(f"talvorix_dask: error: {problem}", file=sys.stderr)
         return 2
-    except RuntimeError as problem:
+    except (RuntimeError, OSError) as problem:
         print(f"talvorix_dask: error: {problem}", file=sys.stderr)
         return 1
     except KeyboardInterrupt:

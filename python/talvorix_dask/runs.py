@@ -388,18 +388,35 @@ def _peak_memory() -> int:
 # Runs --------------------------------------------------------------------------------------------
 
 
+def _give_up_unless_passing(
+    number: int, problem: Exception, tries: int, retries: int, *passing: type[Exception]
+) -> None:
+    """Raise unless a chunk may be tried again: a store that could not be written may be later."""
+    if not isinstance(problem, (OSError, *passing)) or tries > retries:
+        raise RuntimeError(f"chunk {number} failed: {problem}") from problem
+
+
 class _Here:
     """Runs chunks in this process."""
 
-    def __init__(self, work: Work) -> None:
-        self.work = work
+    def __init__(self, work: Work, retries: int) -> None:
+        self.work, self.retries = work, retries
 
     def probe(self) -> list[float]:
         return self.work.probe()
 
     def run(self, numbers: Sequence[int]) -> Iterator[Report]:
         for number in numbers:
-            yield self.work.run(number)
+            yield self._run_chunk(number)
+
+    def _run_chunk(self, number: int) -> Report:
+        tries = 0
+        while True:
+            try:
+                return self.work.run(number)
+            except Exception as problem:
+                tries += 1
+                _give_up_unless_passing(number, problem, tries, self.retries)
 
 
 class _Cluster:
@@ -452,11 +469,11 @@ class _Cluster:
             for future in completed:
                 number = of_key.pop(future.key)
                 if future.status == "error":
-                    problem = future.exception()
-                    again = isinstance(problem, OSError | distributed.scheduler.KilledWorker)
                     tries[number] += 1
-                    if not again or tries[number] > self.retries:
-                        raise RuntimeError(f"chunk {number} failed: {problem}") from problem
+                    killed = distributed.scheduler.KilledWorker
+                    _give_up_unless_passing(
+                        number, future.exception(), tries[number], self.retries, killed
+                    )
                     more = submit_all([number])
                 elif future.status == "cancelled":
                     raise RuntimeError(f"chunk {number} was cancelled, not by this run")
@@ -478,7 +495,7 @@ def _runner(
 ) -> Iterator[_Here | _Cluster]:
     """Give what runs chunks: this process, the client's workers, or a cluster made for the run."""
     if client is None and n_workers == 0:
-        yield _Here(work)
+        yield _Here(work, retries)
         return
     with contextlib.ExitStack() as stack:
         if client is None:

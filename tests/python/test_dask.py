@@ -1,5 +1,6 @@
 """Runs in chunks against single calls, bit for bit; and what is refused before any work."""
 
+import contextlib
 import os
 import pickle
 import signal
@@ -128,6 +129,41 @@ def test_an_interrupted_run_goes_on_where_it_stopped(client, tmp_path):
         td.estimate(GRID, kriging, AROUND, X, Z + 1, store, n_workers=0)
     td.estimate(GRID, kriging, AROUND, X, Z + 1, store, n_workers=0, overwrite=True)
     assert (opened(store) != plain()).all()
+
+
+class Failing:
+    """Kriging that fails at its first calls for chunks, like a disk that is full for a while."""
+
+    def __init__(self, folder, problem, times):
+        self.folder, self.problem, self.times = folder, problem, times
+
+    def __call__(self, targets, around, locations, values, n_threads):
+        if len(targets) > 3:
+            for number in range(self.times):
+                with contextlib.suppress(FileExistsError):
+                    (self.folder / str(number)).touch(exist_ok=False)
+                    raise self.problem
+        return KRIGING(targets, around, locations, values, n_threads)
+
+
+@pytest.mark.parametrize("workers", ["here", "cluster"])
+def test_chunks_that_fail_are_tried_again_when_that_may_help(client, tmp_path, workers):
+    def run(problem, times, retries=3):
+        (calls := tmp_path / f"{problem} {times} {retries}").mkdir(exist_ok=True)
+        place = {"client": client} if workers == "cluster" else {"n_workers": 0}
+        failing, store = Failing(calls, problem, times), calls.with_suffix(".zarr")
+        td.estimate(
+            GRID, failing, AROUND, X, Z, store, chunks=CHUNKS, label="k", retries=retries, **place
+        )
+        np.testing.assert_array_equal(opened(store), plain())
+
+    full = OSError("the disk is full")
+    run(full, 3)
+    with pytest.raises(RuntimeError, match=r"chunk \d+ failed: the disk is full"):
+        run(full, 1, retries=0)
+    run(full, 1, retries=0)  # goes on with the others
+    with pytest.raises(RuntimeError, match=r"chunk \d+ failed: no grade"):
+        run(ArithmeticError("no grade"), 1)
 
 
 @pytest.mark.parametrize("method", ["idw", "simple", "ensemble", "variance"])
