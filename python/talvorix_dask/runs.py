@@ -674,6 +674,8 @@ def estimate(
     ValueError
         Before any work: when the store is something else or of another run, naming what differs;
         when an argument does not fit, or the estimator does not give what `outputs` names.
+    OSError
+        When the store cannot be made.
     RuntimeError
         When a chunk fails. The chunks done stay, and the same call goes on with the others.
     """

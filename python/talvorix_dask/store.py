@@ -128,10 +128,33 @@ def create(
     description: dict[str, Any],
 ) -> None:
     """Make a store with empty arrays; one that is there must be known to be one of ours."""
-    zarr = require("zarr", "a store")
     # All of it appears at once, so that whatever interrupts this leaves no half of a store.
-    making = f"{path.rstrip('/')}.{uuid.uuid4().hex}.new" if is_local(path) else path
-    group = open_group(making, "w")
+    local = is_local(path)
+    making = f"{path.rstrip('/')}.{uuid.uuid4().hex}.new" if local else path
+    try:
+        _lay_out(open_group(making, "w"), grid, names, chunks, seeds, batch, description)
+        if local and Path(path).exists():
+            shutil.rmtree(path)
+        if local:
+            os.rename(making, path)
+    except BaseException as problem:
+        if local:
+            shutil.rmtree(making, ignore_errors=True)
+        # What zarr 2 makes of a folder that cannot be made is a key that is missing.
+        if isinstance(problem, KeyError) and isinstance(problem.__cause__, OSError):
+            raise problem.__cause__ from None
+        raise
+
+
+def _lay_out(
+    group: Any,
+    grid: Grid,
+    names: Sequence[str],
+    chunks: tuple[int, int, int],
+    seeds: Sequence[int],
+    batch: int,
+    description: dict[str, Any],
+) -> None:
     add = group.create_array if hasattr(group, "create_array") else group.create_dataset
     coordinates = grid.coordinates()
     for axis, (dims, values) in coordinates.items():
@@ -163,11 +186,7 @@ def create(
     done = add("done", shape=(batches, *boxes), chunks=(1, 1, 1, 1), dtype="u1", fill_value=0)
     done.attrs["_ARRAY_DIMENSIONS"] = ["batch", *(f"chunk_{dim}" for dim in grid.dimensions)]
     group.attrs[ATTRIBUTE] = description
-    zarr.consolidate_metadata(group.store)
-    if is_local(path):
-        if Path(path).exists():
-            shutil.rmtree(path)
-        os.rename(making, path)
+    require("zarr", "a store").consolidate_metadata(group.store)
 
 
 def done_chunks(path: str) -> NDArray[np.bool_]:

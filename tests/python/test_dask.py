@@ -337,6 +337,8 @@ def test_runs_that_cannot_work_are_refused_before_they_begin(tmp_path):
     ):
         with pytest.raises((ValueError, TypeError), match=problem):
             td.estimate(**(good | changed))
+    with pytest.raises(OSError, match="file"):
+        td.estimate(**(good | {"store": tmp_path / "file" / "new"}))
     assert sorted(os.listdir(tmp_path)) == ["done", "file", "mine", "other"]
     assert os.listdir(tmp_path / "mine") == ["notes.txt"]
     for counts, size in (
