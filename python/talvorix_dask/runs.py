@@ -535,8 +535,8 @@ def _run(
     for package in ("zarr", "cloudpickle", "tqdm"):
         require(package, "a run")
     for name, number in (("n_workers", n_workers), ("retries", retries)):
-        if number is not None and number < 0:
-            raise ValueError(f"{name}: expected 0 or more, got {number}")
+        if number is not None and (not isinstance(number, int | np.integer) or number < 0):
+            raise ValueError(f"{name}: expected a whole number, 0 or more, got {number!r}")
     described, path = Grid.of(grid), os.fspath(store)
     if isinstance(grid, talvorix.BlockModel):
         if where is not None:
@@ -545,9 +545,9 @@ def _run(
     mask = Mask(where, described)
     found = stores.read_description(path)
     old = {} if overwrite or found is None else found
-    shape = stores.check_chunks(
-        chunks or old.get("chunks", ()) or stores.chunk_shape(described), described
-    )
+    if chunks is None:
+        chunks = old.get("chunks", stores.chunk_shape(described))
+    shape = stores.check_chunks(chunks, described)
     seeds: Sequence[int] = ()
     batch = 1
     if isinstance(method, Simulation):
@@ -760,9 +760,13 @@ def simulate(
     RuntimeError
         When a chunk fails, or a worker's field differs from that of the first one.
     """
-    seeds = list(seeds)
-    numbers = [int(seed) for seed in seeds]
-    if not numbers or numbers != seeds or any(not -(2**63) <= seed < 2**63 for seed in numbers):
+    try:
+        given_seeds = list(seeds)
+        numbers = [int(seed) for seed in given_seeds]
+        fit = numbers == given_seeds and all(-(2**63) <= number < 2**63 for number in numbers)
+    except (TypeError, ValueError, OverflowError):
+        fit = False
+    if not fit or not numbers:
         raise ValueError(f"seeds: expected at least one whole number of 64 bits, got {seeds!r}")
     given = {
         "estimator": estimator, "neighborhood": neighborhood, "data_locs": data_locs, "data": data

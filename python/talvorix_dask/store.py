@@ -8,12 +8,13 @@ in which all is NaN.
 
 from __future__ import annotations
 
+import contextlib
 import hashlib
 import math
 import os
 import shutil
 import uuid
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -59,9 +60,14 @@ def chunk_shape(grid: Grid) -> tuple[int, int, int]:
 
 def check_chunks(chunks: Sequence[int], grid: Grid) -> tuple[int, int, int]:
     """Return the shape of chunks as given, cut to the grid's."""
-    if len(chunks) != 3 or any(int(n) != n or n < 1 for n in chunks):
+    try:
+        numbers = [int(n) for n in chunks]
+        fits = len(numbers) == 3 and numbers == list(chunks) and min(numbers) > 0
+    except (TypeError, ValueError, OverflowError):
+        fits = False
+    if not fits:
         raise ValueError(f"chunks: expected three whole numbers of at least 1, got {chunks!r}")
-    x, y, z = (min(int(n), count) for n, count in zip(chunks, grid.number_of_cells, strict=True))
+    x, y, z = (min(n, count) for n, count in zip(numbers, grid.number_of_cells, strict=True))
     return x, y, z
 
 
@@ -118,21 +124,13 @@ def compare(path: str, found: dict[str, Any], wanted: dict[str, Any]) -> None:
             )
 
 
-def create(
-    path: str,
-    grid: Grid,
-    names: Sequence[str],
-    chunks: tuple[int, int, int],
-    seeds: Sequence[int],
-    batch: int,
-    description: dict[str, Any],
-) -> None:
-    """Make a store with empty arrays; one that is there must be known to be one of ours."""
-    # All of it appears at once, so that whatever interrupts this leaves no half of a store.
+@contextlib.contextmanager
+def _appearing_whole(path: str) -> Iterator[str]:
+    """Give the place to make a store in, so that what interrupts it leaves no half of one."""
     local = is_local(path)
     making = f"{path.rstrip('/')}.{uuid.uuid4().hex}.new" if local else path
     try:
-        _lay_out(open_group(making, "w"), grid, names, chunks, seeds, batch, description)
+        yield making
         if local and Path(path).exists():
             shutil.rmtree(path)
         if local:
@@ -146,8 +144,8 @@ def create(
         raise
 
 
-def _lay_out(
-    group: Any,
+def create(
+    path: str,
     grid: Grid,
     names: Sequence[str],
     chunks: tuple[int, int, int],
@@ -155,38 +153,41 @@ def _lay_out(
     batch: int,
     description: dict[str, Any],
 ) -> None:
-    add = group.create_array if hasattr(group, "create_array") else group.create_dataset
-    coordinates = grid.coordinates()
-    for axis, (dims, values) in coordinates.items():
-        large = values.ndim == 3
-        array = add(
-            axis, shape=values.shape, chunks=chunks if large else values.shape, dtype="f8",
-            fill_value=np.nan,
-        )  # fmt: skip
-        array.attrs["_ARRAY_DIMENSIONS"] = list(dims)
-        if not large:
-            array[...] = values
-    leading: tuple[int, ...] = (len(seeds),) if seeds else ()
-    dims = (*(["realisation"] if seeds else []), *grid.dimensions)
-    known = " ".join([*coordinates, *(["seed"] if seeds else [])])
-    for name in names:
-        array = add(
-            name, shape=(*leading, *grid.number_of_cells), chunks=((1,) * len(leading) + chunks),
-            dtype="f8", fill_value=np.nan,
-        )  # fmt: skip
-        array.attrs.update({"_ARRAY_DIMENSIONS": list(dims), "coordinates": known})
-    if seeds:
-        array = add("seed", shape=leading, chunks=leading, dtype="i8", fill_value=None)
-        array.attrs["_ARRAY_DIMENSIONS"] = ["realisation"]
-        array[...] = np.asarray(seeds, dtype=np.int64)
-    markers = group.require_group(MARKERS)
-    add = markers.create_array if hasattr(markers, "create_array") else markers.create_dataset
-    boxes = [-(-n // size) for n, size in zip(grid.number_of_cells, chunks, strict=True)]
-    batches = -(-len(seeds) // batch) if seeds else 1
-    done = add("done", shape=(batches, *boxes), chunks=(1, 1, 1, 1), dtype="u1", fill_value=0)
-    done.attrs["_ARRAY_DIMENSIONS"] = ["batch", *(f"chunk_{dim}" for dim in grid.dimensions)]
-    group.attrs[ATTRIBUTE] = description
-    require("zarr", "a store").consolidate_metadata(group.store)
+    """Make a store with empty arrays; one that is there must be known to be one of ours."""
+    with _appearing_whole(path) as making:
+        group = open_group(making, "w")
+        add = group.create_array if hasattr(group, "create_array") else group.create_dataset
+        coordinates = grid.coordinates()
+        for axis, (dims, values) in coordinates.items():
+            large = values.ndim == 3
+            array = add(
+                axis, shape=values.shape, chunks=chunks if large else values.shape, dtype="f8",
+                fill_value=np.nan,
+            )  # fmt: skip
+            array.attrs["_ARRAY_DIMENSIONS"] = list(dims)
+            if not large:
+                array[...] = values
+        leading: tuple[int, ...] = (len(seeds),) if seeds else ()
+        dims = (*(["realisation"] if seeds else []), *grid.dimensions)
+        known = " ".join([*coordinates, *(["seed"] if seeds else [])])
+        for name in names:
+            array = add(
+                name, shape=(*leading, *grid.number_of_cells),
+                chunks=((1,) * len(leading) + chunks), dtype="f8", fill_value=np.nan,
+            )  # fmt: skip
+            array.attrs.update({"_ARRAY_DIMENSIONS": list(dims), "coordinates": known})
+        if seeds:
+            array = add("seed", shape=leading, chunks=leading, dtype="i8", fill_value=None)
+            array.attrs["_ARRAY_DIMENSIONS"] = ["realisation"]
+            array[...] = np.asarray(seeds, dtype=np.int64)
+        markers = group.require_group(MARKERS)
+        add = markers.create_array if hasattr(markers, "create_array") else markers.create_dataset
+        boxes = [-(-n // size) for n, size in zip(grid.number_of_cells, chunks, strict=True)]
+        batches = -(-len(seeds) // batch) if seeds else 1
+        done = add("done", shape=(batches, *boxes), chunks=(1, 1, 1, 1), dtype="u1", fill_value=0)
+        done.attrs["_ARRAY_DIMENSIONS"] = ["batch", *(f"chunk_{dim}" for dim in grid.dimensions)]
+        group.attrs[ATTRIBUTE] = description
+        require("zarr", "a store").consolidate_metadata(group.store)
 
 
 def done_chunks(path: str) -> NDArray[np.bool_]:

@@ -332,8 +332,9 @@ def test_runs_that_cannot_work_are_refused_before_they_begin(tmp_path):
         ({"outputs": ["a", "b"], "store": tmp_path / "new"}, "a tuple of 2 lists of 3 numbers"),
         ({"neighborhood": tx.Neighborhood(X[1:]), "store": tmp_path / "new"}, "599"),
         ({"data_locs": X[:0], "data": Z[:0]}, "data_locs: expected the locations of some data"),
-        ({"n_workers": -1}, "n_workers: expected 0 or more, got -1"),
-        ({"retries": -1}, "retries: expected 0 or more"),
+        ({"chunks": ("a", 1, 1)}, "chunks: expected three whole numbers"),
+        ({"n_workers": -1}, "n_workers: expected a whole number, 0 or more, got -1"),
+        ({"retries": 1.5}, "retries: expected a whole number, 0 or more, got 1.5"),
     ):
         with pytest.raises((ValueError, TypeError), match=problem):
             td.estimate(**(good | changed))
@@ -351,8 +352,9 @@ def test_runs_that_cannot_work_are_refused_before_they_begin(tmp_path):
             td.Grid(counts, size)
     with pytest.raises(ValueError, match="neighborhood: conditioning needs it"):
         td.simulate(GRID, FIELDS, [1], tmp_path / "new", estimator=KRIGING, data_locs=X, data=Z)
-    with pytest.raises(ValueError, match=r"seeds: expected .* whole number"):
-        td.simulate(GRID, FIELDS, [1.5], tmp_path / "new", n_workers=0)
+    for seeds in ([1.5], [np.nan], [], 5):
+        with pytest.raises(ValueError, match=r"seeds: expected .* whole number"):
+            td.simulate(GRID, FIELDS, seeds, tmp_path / "new", n_workers=0)
     with pytest.raises(ValueError, match=r"generator: expected .* got a float"):
         td.simulate(GRID, float, [1], tmp_path / "new", n_workers=0)
 
